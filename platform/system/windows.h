@@ -1,0 +1,6 @@
+// Umbrella of the system's room.
+#pragma once
+
+#include <winbase.h>
+#include <windef.h>
+#include <winerror.h>

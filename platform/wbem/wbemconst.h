@@ -1,0 +1,164 @@
+// The management service's type codes, flags and limits. Included by <wbemidl.h>.
+//
+//   services->PutInstance(instance, WBEM_FLAG_UPDATE_ONLY | WBEM_FLAG_RETURN_WBEM_COMPLETE, nullptr,
+//   nullptr);
+//
+// Plain enumerators, to be combined as numbers of type long.
+#pragma once
+
+// A CIM type: one of CIMTYPE_ENUMERATION, an array's with CIM_FLAG_ARRAY.
+using CIMTYPE = long;
+
+enum CIMTYPE_ENUMERATION {
+    CIM_ILLEGAL = 0xFFF,
+    CIM_EMPTY = 0,
+    CIM_SINT16 = 2,
+    CIM_SINT32 = 3,
+    CIM_REAL32 = 4,
+    CIM_REAL64 = 5,
+    CIM_STRING = 8,
+    CIM_BOOLEAN = 11,
+    CIM_OBJECT = 13,
+    CIM_SINT8 = 16,
+    CIM_UINT8 = 17,
+    CIM_UINT16 = 18,
+    CIM_UINT32 = 19,
+    CIM_SINT64 = 20,
+    CIM_UINT64 = 21,
+    CIM_DATETIME = 101,
+    CIM_REFERENCE = 102,
+    CIM_CHAR16 = 103,
+    CIM_FLAG_ARRAY = 0x2000,
+};
+
+// How a request runs and answers.
+enum WBEM_GENERIC_FLAG_TYPE {
+    WBEM_FLAG_RETURN_WBEM_COMPLETE = 0,
+    WBEM_FLAG_RETURN_IMMEDIATELY = 0x10,
+    WBEM_FLAG_BIDIRECTIONAL = 0,
+    WBEM_FLAG_FORWARD_ONLY = 0x20,
+    WBEM_FLAG_RETURN_ERROR_OBJECT = 0,
+    WBEM_FLAG_NO_ERROR_OBJECT = 0x40,
+    WBEM_FLAG_DONT_SEND_STATUS = 0,
+    WBEM_FLAG_SEND_STATUS = 0x80,
+    WBEM_FLAG_ENSURE_LOCATABLE = 0x100,
+    WBEM_FLAG_DIRECT_READ = 0x200,
+    WBEM_FLAG_USE_AMENDED_QUALIFIERS = 0x20000,
+    WBEM_FLAG_STRONG_VALIDATION = 0x100000,
+};
+
+// What IWbemObjectSink::SetStatus reports.
+enum WBEM_STATUS_TYPE {
+    WBEM_STATUS_COMPLETE = 0,
+    WBEM_STATUS_REQUIREMENTS = 1,
+    WBEM_STATUS_PROGRESS = 2,
+};
+
+// Milliseconds to wait, or one of these. As a long of any width "for ever" is -1.
+enum WBEM_TIMEOUT_TYPE : long {
+    WBEM_NO_WAIT = 0,
+    WBEM_INFINITE = -1,
+};
+
+// Whether a put may create and update.
+enum WBEM_CHANGE_FLAG_TYPE {
+    WBEM_FLAG_CREATE_OR_UPDATE = 0,
+    WBEM_FLAG_UPDATE_ONLY = 0x1,
+    WBEM_FLAG_CREATE_ONLY = 0x2,
+    WBEM_FLAG_UPDATE_COMPATIBLE = 0,
+    WBEM_FLAG_UPDATE_SAFE_MODE = 0x20,
+    WBEM_FLAG_UPDATE_FORCE_MODE = 0x40,
+    WBEM_MASK_UPDATE_MODE = 0x60,
+};
+
+// Which classes and instances an enumeration yields.
+enum WBEM_QUERY_FLAG_TYPE {
+    WBEM_FLAG_DEEP = 0,
+    WBEM_FLAG_SHALLOW = 1,
+    WBEM_FLAG_PROTOTYPE = 2,
+};
+
+// Which properties GetNames and BeginEnumeration yield.
+enum WBEM_CONDITION_FLAG_TYPE {
+    WBEM_FLAG_ALWAYS = 0,
+    WBEM_FLAG_ONLY_IF_TRUE = 0x1,
+    WBEM_FLAG_ONLY_IF_FALSE = 0x2,
+    WBEM_FLAG_ONLY_IF_IDENTICAL = 0x3,
+    WBEM_MASK_PRIMARY_CONDITION = 0x3,
+    WBEM_FLAG_KEYS_ONLY = 0x4,
+    WBEM_FLAG_REFS_ONLY = 0x8,
+    WBEM_FLAG_LOCAL_ONLY = 0x10,
+    WBEM_FLAG_PROPAGATED_ONLY = 0x20,
+    WBEM_FLAG_SYSTEM_ONLY = 0x30,
+    WBEM_FLAG_NONSYSTEM_ONLY = 0x40,
+    WBEM_MASK_CONDITION_ORIGIN = 0x70,
+    WBEM_FLAG_CLASS_OVERRIDES_ONLY = 0x100,
+    WBEM_FLAG_CLASS_LOCAL_AND_OVERRIDES = 0x200,
+    WBEM_MASK_CLASS_CONDITION = 0x300,
+};
+
+// Where a property or qualifier comes from and how a qualifier travels.
+enum WBEM_FLAVOR_TYPE {
+    WBEM_FLAVOR_DONT_PROPAGATE = 0,
+    WBEM_FLAVOR_FLAG_PROPAGATE_TO_INSTANCE = 0x1,
+    WBEM_FLAVOR_FLAG_PROPAGATE_TO_DERIVED_CLASS = 0x2,
+    WBEM_FLAVOR_MASK_PROPAGATION = 0xF,
+    WBEM_FLAVOR_OVERRIDABLE = 0,
+    WBEM_FLAVOR_NOT_OVERRIDABLE = 0x10,
+    WBEM_FLAVOR_MASK_PERMISSIONS = 0x10,
+    WBEM_FLAVOR_ORIGIN_LOCAL = 0,
+    WBEM_FLAVOR_ORIGIN_PROPAGATED = 0x20,
+    WBEM_FLAVOR_ORIGIN_SYSTEM = 0x40,
+    WBEM_FLAVOR_MASK_ORIGIN = 0x60,
+    WBEM_FLAVOR_NOT_AMENDED = 0,
+    WBEM_FLAVOR_AMENDED = 0x80,
+    WBEM_FLAVOR_MASK_AMENDED = 0x80,
+};
+
+// What IWbemClassObject::CompareTo leaves out.
+enum WBEM_COMPARISON_FLAG {
+    WBEM_COMPARISON_INCLUDE_ALL = 0,
+    WBEM_FLAG_IGNORE_QUALIFIERS = 0x1,
+    WBEM_FLAG_IGNORE_OBJECT_SOURCE = 0x2,
+    WBEM_FLAG_IGNORE_DEFAULT_VALUES = 0x4,
+    WBEM_FLAG_IGNORE_CLASS = 0x8,
+    WBEM_FLAG_IGNORE_CASE = 0x10,
+    WBEM_FLAG_IGNORE_FLAVOR = 0x20,
+};
+
+// For IWbemClassObject::GetObjectText.
+enum WBEM_TEXT_FLAG_TYPE {
+    WBEM_FLAG_NO_FLAVORS = 0x1,
+};
+
+// For IWbemLocator::ConnectServer.
+enum WBEM_CONNECT_OPTIONS {
+    WBEM_FLAG_CONNECT_REPOSITORY_ONLY = 0x40,
+    WBEM_FLAG_CONNECT_USE_MAX_WAIT = 0x80,
+};
+
+// For IMofCompiler.
+enum WBEM_COMPILER_OPTIONS {
+    WBEM_FLAG_CHECK_ONLY = 0x1,
+    WBEM_FLAG_AUTORECOVER = 0x2,
+    WBEM_FLAG_WMI_CHECK = 0x4,
+    WBEM_FLAG_CONSOLE_PRINT = 0x8,
+    WBEM_FLAG_DONT_ADD_TO_LIST = 0x10,
+    WBEM_FLAG_SPLIT_FILES = 0x20,
+    WBEM_FLAG_STORE_FILE = 0x100,
+};
+
+// For IWbemObjectTextSrc.
+enum WMI_OBJ_TEXT {
+    WMI_OBJ_TEXT_CIM_DTD_2_0 = 1,
+    WMI_OBJ_TEXT_WMI_DTD_2_0 = 2,
+};
+
+// In characters, levels and properties.
+enum WBEM_LIMITS {
+    WBEM_MAX_IDENTIFIER = 0x1000,
+    WBEM_MAX_QUERY = 0x4000,
+    WBEM_MAX_PATH = 0x2000,
+    WBEM_MAX_OBJECT_NESTING = 64,
+    WBEM_MAX_USER_PROPERTIES = 1024,
+};
