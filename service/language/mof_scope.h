@@ -1,0 +1,68 @@
+// The namespaces of one import, the classes it declares, and those that its values are checked against.
+// Internal to the MOF compiler.
+//
+//   MofScope scope(target);
+//   const size_t space = scope.Add(path);
+//   Result<const MofScope::KnownClass*> known = scope.Find(space, "RetentionPolicy");
+//
+// A scope belongs to one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "service/language/mof_compiler.h"
+
+namespace service {
+
+class MofScope {
+ public:
+    struct KnownClass {
+        ClassPtr definition;                                 // null for a class that is not there
+        std::unordered_map<std::string, size_t> properties;  // by their folded names
+        std::optional<size_t> FindProperty(std::string_view name) const;
+    };
+
+    explicit MofScope(MofTarget& target) : target_(target) {}
+
+    // The number of the namespace `path`, a new one or, where it was added before in whatever case, its own.
+    Result<size_t> Add(std::string_view path);
+
+    const std::string& PathOf(size_t space) const noexcept { return spaces_[space].path; }
+    size_t size() const noexcept { return spaces_.size(); }
+
+    // Notes that the import declares the class of that name as its `number`th; the number of the earlier
+    // declaration where there is one.
+    std::optional<size_t> Declare(size_t space, std::string_view class_name, size_t number);
+
+    // The number of the import's declaration of the class.
+    std::optional<size_t> FindDeclared(size_t space, std::string_view class_name) const;
+
+    // Makes the namespace the target's current one unless it is.
+    Status Enter(size_t space);
+
+    // The class of that name, asked of the target once; its definition is null when there is none. Valid
+    // until Forget.
+    Result<const KnownClass*> Find(size_t space, std::string_view class_name);
+
+    // Forgets all classes: they were changed in the target.
+    void Forget();
+
+ private:
+    struct Space {
+        std::string path;
+        std::unordered_map<std::string, size_t> declared;     // by their folded names
+        std::unordered_map<std::string, KnownClass> classes;  // by their folded names
+    };
+
+    MofTarget& target_;
+    std::vector<Space> spaces_;
+    std::unordered_map<std::string, size_t> numbers_;  // of the spaces by their folded paths
+    std::optional<size_t> current_;
+};
+
+}  // namespace service

@@ -1,0 +1,284 @@
+#include "service/model/class_definition.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "service/model/limits.h"
+#include "service/model/text.h"
+
+namespace service {
+namespace {
+
+constexpr std::string_view kKey = "key";
+constexpr std::string_view kNotNull = "not_null";
+constexpr std::string_view kAbstract = "abstract";
+constexpr std::string_view kSingleton = "singleton";
+
+bool IsNameStart(char c) noexcept {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+           static_cast<unsigned char>(c) >= 0x80;
+}
+
+bool IsNamePart(char c) noexcept {
+    return IsNameStart(c) || (c >= '0' && c <= '9');
+}
+
+// The qualifiers that the redeclaration of something inherits: those that travel to subclasses and that it
+// does not set itself, then its own.
+std::vector<Qualifier> MergeQualifiers(const std::vector<Qualifier>& inherited,
+                                       const std::vector<Qualifier>& own) {
+    std::vector<Qualifier> merged;
+    merged.reserve(inherited.size() + own.size());
+    for (const Qualifier& qualifier : inherited) {
+        if ((qualifier.flavor & kFlavorToSubclass) && !FindQualifier(own, qualifier.name))
+            merged.push_back(qualifier);
+    }
+    merged.insert(merged.end(), own.begin(), own.end());
+    return merged;
+}
+
+Status CheckQualifiers(const std::string& owner, const std::vector<Qualifier>& qualifiers) {
+    if (qualifiers.size() > kMaxQualifiers) {
+        return {WBEM_E_INVALID_OBJECT,
+                owner + " has more than " + std::to_string(kMaxQualifiers) + " qualifiers"};
+    }
+    for (size_t i = 0; i < qualifiers.size(); ++i) {
+        const Qualifier& qualifier = qualifiers[i];
+        SERVICE_RETURN_IF_ERROR(CheckName("qualifier", qualifier.name, true));
+        if (Status fault = CheckValue(qualifier.type, qualifier.value); !fault.ok()) {
+            return {fault.code(), "qualifier " + qualifier.name + " of " + owner + ": " + fault.reason()};
+        }
+        for (size_t j = 0; j < i; ++j) {
+            if (EqualFolded(qualifiers[j].name, qualifier.name)) {
+                return {WBEM_E_INVALID_OBJECT, owner + " has the qualifier " + qualifier.name + " twice"};
+            }
+        }
+    }
+    return {};
+}
+
+// Qualifiers that act must have the type they act by.
+Status CheckActingQualifiers(const std::string& owner, const std::vector<Qualifier>& qualifiers) {
+    for (const std::string_view name : {kKey, kNotNull, kAbstract, kSingleton}) {
+        const Qualifier* qualifier = FindQualifier(qualifiers, name);
+        if (qualifier && !std::holds_alternative<bool>(qualifier->value)) {
+            return {WBEM_E_INVALID_OBJECT,
+                    "qualifier " + qualifier->name + " of " + owner + " must be a boolean, TRUE or FALSE"};
+        }
+    }
+    return {};
+}
+
+bool MayBeKey(const PropertyType& type) noexcept {
+    if (type.is_array) return false;
+    switch (RepresentationOf(type.type)) {
+        case Representation::kReal:
+        case Representation::kObject:
+            return false;
+        default:
+            return true;
+    }
+}
+
+}  // namespace
+
+const Qualifier* FindQualifier(const std::vector<Qualifier>& qualifiers, std::string_view name) {
+    for (const Qualifier& qualifier : qualifiers) {
+        if (EqualFolded(qualifier.name, name)) return &qualifier;
+    }
+    return nullptr;
+}
+
+bool HasTrueQualifier(const std::vector<Qualifier>& qualifiers, std::string_view name) {
+    const Qualifier* qualifier = FindQualifier(qualifiers, name);
+    const bool* value = qualifier ? std::get_if<bool>(&qualifier->value) : nullptr;
+    return value && *value;
+}
+
+Status CheckName(std::string_view what, std::string_view name, bool allow_system) {
+    const auto fault = [&](const std::string& why) {
+        return Status(WBEM_E_INVALID_PARAMETER,
+                      "\"" + ClipForMessage(name, 80) + "\" cannot name a " + std::string(what) + ": " + why);
+    };
+    if (name.empty()) return fault("a name has at least one character");
+    if (name.size() > kMaxNameBytes)
+        return fault("a name has at most " + std::to_string(kMaxNameBytes) + " bytes");
+    if (!IsValidUtf8(name)) return fault("it is not valid UTF-8");
+    if (!IsNameStart(name.front())) return fault("a name begins with a letter or an underscore");
+    if (!std::all_of(name.begin(), name.end(), IsNamePart)) {
+        return fault("a name holds letters, digits and underscores only");
+    }
+    if (!allow_system && name.starts_with("__")) {
+        return fault("names that begin with two underscores belong to the service");
+    }
+    return {};
+}
+
+Result<ClassPtr> ClassDefinition::Resolve(uint32_t class_id, ClassDeclaration declaration,
+                                          ClassPtr superclass) {
+    const auto definition = std::shared_ptr<ClassDefinition>(new ClassDefinition);
+    definition->class_id_ = class_id;
+    definition->declaration_ = std::move(declaration);
+    definition->superclass_ = std::move(superclass);
+    ClassDefinition& self = *definition;
+    const ClassDeclaration& declared = self.declaration_;
+
+    SERVICE_RETURN_IF_ERROR(CheckName("class", declared.name, true));
+    self.folded_name_ = Fold(declared.name);
+    SERVICE_RETURN_IF_ERROR(CheckQualifiers("class " + declared.name, declared.qualifiers));
+    SERVICE_RETURN_IF_ERROR(CheckActingQualifiers("class " + declared.name, declared.qualifiers));
+    if (self.superclass_) {
+        if (self.Derivation().size() > kMaxClassDepth) {
+            return {WBEM_E_INVALID_SUPERCLASS, "class " + declared.name + " has more than " +
+                                                   std::to_string(kMaxClassDepth) + " superclasses above it"};
+        }
+        self.properties_ = self.superclass_->properties_;
+        for (PropertyDefinition& inherited : self.properties_)
+            inherited.is_local = false;
+        self.qualifiers_ = MergeQualifiers(self.superclass_->qualifiers_, declared.qualifiers);
+    } else {
+        self.qualifiers_ = declared.qualifiers;
+    }
+    // Being abstract is not inherited: a class is abstract when it says so itself.
+    self.is_abstract_ = HasTrueQualifier(declared.qualifiers, kAbstract);
+    self.is_singleton_ = HasTrueQualifier(self.qualifiers_, kSingleton);
+
+    if (declared.properties.size() > kMaxProperties) return self.TooManyProperties();
+    for (size_t i = 0; i < declared.properties.size(); ++i) {
+        for (size_t j = 0; j < i; ++j) {
+            if (EqualFolded(declared.properties[i].name, declared.properties[j].name)) {
+                return {WBEM_E_INVALID_OBJECT, "class " + declared.name + " declares the property " +
+                                                   declared.properties[i].name + " twice"};
+            }
+        }
+        SERVICE_RETURN_IF_ERROR(self.Join(declared.properties[i]));
+    }
+    if (self.properties_.size() > kMaxProperties) return self.TooManyProperties();
+    for (size_t i = 0; i < self.properties_.size(); ++i) {
+        if (self.properties_[i].is_key) self.keys_.push_back(i);
+        if (self.properties_[i].type.type == CimType::kObject) self.has_objects_ = true;
+    }
+    self.name_order_.resize(self.properties_.size());
+    std::iota(self.name_order_.begin(), self.name_order_.end(), 0U);
+    std::sort(self.name_order_.begin(), self.name_order_.end(), [&](uint32_t a, uint32_t b) {
+        return self.properties_[a].wide_name < self.properties_[b].wide_name;
+    });
+    SERVICE_RETURN_IF_ERROR(self.CheckKeys());
+    return ClassPtr(definition);
+}
+
+Status ClassDefinition::TooManyProperties() const {
+    return {WBEM_E_INVALID_OBJECT,
+            "class " + Name() + " has more than " + std::to_string(kMaxProperties) + " properties"};
+}
+
+Status ClassDefinition::Join(const PropertyDeclaration& declared) {
+    const std::string owner = "property " + declaration_.name + "." + declared.name;
+    SERVICE_RETURN_IF_ERROR(CheckName("property", declared.name, declaration_.name.starts_with("__")));
+    if (declared.name.ends_with("_")) {
+        return {WBEM_E_INVALID_PARAMETER, owner + ": a property's name does not end with an underscore"};
+    }
+    SERVICE_RETURN_IF_ERROR(CheckQualifiers(owner, declared.qualifiers));
+    SERVICE_RETURN_IF_ERROR(CheckActingQualifiers(owner, declared.qualifiers));
+    if (Status fault = CheckValue(declared.type, declared.default_value); !fault.ok()) {
+        return {fault.code(), "the default of " + owner + ": " + fault.reason()};
+    }
+    if (const auto index = FindProperty(std::string_view(declared.name))) {
+        return Redeclare(properties_[*index], declared);
+    }
+
+    PropertyDefinition property;
+    property.id = {class_id_, declared.ordinal};
+    property.name = declared.name;
+    property.folded_name = Fold(declared.name);
+    property.wide_name = ToWideLossy(declared.name);
+    property.type = declared.type;
+    property.default_value = declared.default_value;
+    property.qualifiers = declared.qualifiers;
+    property.origin = declaration_.name;
+    property.is_local = true;
+    property.is_key = HasTrueQualifier(declared.qualifiers, kKey);
+    property.is_not_null = HasTrueQualifier(declared.qualifiers, kNotNull);
+    if (property.is_key && superclass_ && !superclass_->Keys().empty()) {
+        return {WBEM_E_INVALID_OBJECT,
+                owner + " cannot be a key: class " + superclass_->Name() + " above it has its keys already"};
+    }
+    if (property.is_key && !MayBeKey(property.type)) {
+        return {WBEM_E_INVALID_PROPERTY_TYPE,
+                owner + " cannot be a key: its type is " + DescribeType(property.type)};
+    }
+    properties_.push_back(std::move(property));
+    return {};
+}
+
+Status ClassDefinition::Redeclare(PropertyDefinition& inherited, const PropertyDeclaration& declared) {
+    if (!inherited.type.SameShape(declared.type)) {
+        return {WBEM_E_TYPE_MISMATCH, "property " + declaration_.name + "." + declared.name +
+                                          " is declared as " + DescribeType(declared.type) + ", but " +
+                                          inherited.origin + " declares it as " +
+                                          DescribeType(inherited.type)};
+    }
+    inherited.type = declared.type;
+    // A redeclaration without a default keeps the inherited one.
+    if (!IsNull(declared.default_value)) inherited.default_value = declared.default_value;
+    inherited.qualifiers = MergeQualifiers(inherited.qualifiers, declared.qualifiers);
+    inherited.is_local = true;
+    inherited.is_not_null = HasTrueQualifier(inherited.qualifiers, kNotNull);
+    const bool says_key = HasTrueQualifier(declared.qualifiers, kKey);
+    if (says_key && !inherited.is_key) {
+        return {WBEM_E_INVALID_OBJECT, "property " + declaration_.name + "." + declared.name +
+                                           " cannot become a key: " + inherited.origin +
+                                           " declares it as none"};
+    }
+    return {};
+}
+
+Status ClassDefinition::CheckKeys() const {
+    if (is_singleton_ && !keys_.empty()) {
+        return {WBEM_E_INVALID_OBJECT, "class " + Name() + " is a singleton and cannot have a key property"};
+    }
+    return {};
+}
+
+std::optional<size_t> ClassDefinition::FindProperty(std::string_view name) const {
+    for (size_t i = 0; i < properties_.size(); ++i) {
+        if (properties_[i].name == name) return i;
+    }
+    const std::string folded = Fold(name);
+    for (size_t i = 0; i < properties_.size(); ++i) {
+        if (properties_[i].folded_name == folded) return i;
+    }
+    return std::nullopt;
+}
+
+std::optional<size_t> ClassDefinition::FindProperty(std::wstring_view name) const {
+    for (size_t i = 0; i < properties_.size(); ++i) {
+        if (properties_[i].wide_name == name) return i;
+    }
+    std::string utf8;
+    return AppendUtf8(name, utf8) ? FindProperty(std::string_view(utf8)) : std::nullopt;
+}
+
+bool ClassDefinition::IsA(std::string_view class_name) const {
+    for (const ClassDefinition* c = this; c; c = c->superclass_.get()) {
+        if (EqualFolded(c->Name(), class_name)) return true;
+    }
+    return false;
+}
+
+std::vector<std::string> ClassDefinition::Derivation() const {
+    std::vector<std::string> names;
+    for (const ClassDefinition* c = superclass_.get(); c; c = c->superclass_.get())
+        names.push_back(c->Name());
+    return names;
+}
+
+const std::string& ClassDefinition::DynastyName() const noexcept {
+    const ClassDefinition* c = this;
+    while (c->superclass_)
+        c = c->superclass_.get();
+    return c->Name();
+}
+
+}  // namespace service

@@ -1,0 +1,121 @@
+// A target of MOF imports that keeps everything in memory, and refuses what it is told to refuse.
+//
+//   MemoryTarget target;
+//   MofImport import = Import(target, "class A { [key] string K; };");
+//   const Instance* a = target.FindInstance("A.K=\"1\"");
+//
+// One thread at a time.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "service/language/mof_compiler.h"
+#include "service/model/object_path.h"
+#include "service/model/text.h"
+
+namespace service {
+
+class MemoryTarget : public MofTarget {
+ public:
+    Status UseNamespace(const std::string& path) override {
+        SERVICE_ASSIGN_OR_RETURN(const NamespacePath parsed, ParseNamespacePath(path));
+        current_ = Fold(parsed.path);
+        namespaces[current_];
+        calls.push_back("use " + path);
+        return {};
+    }
+
+    Status CreateChildNamespace(const std::string& name) override {
+        namespaces[current_ + '\\' + Fold(name)];
+        calls.push_back("namespace " + name);
+        return {};
+    }
+
+    Result<ClassPtr> FindClass(std::string_view name) override {
+        const auto& classes = namespaces[current_].classes;
+        const auto found = classes.find(Fold(name));
+        if (found == classes.end()) return Status(WBEM_E_NOT_FOUND, "there is no such class");
+        return found->second;
+    }
+
+    Status PutClass(ClassDeclaration declaration) override {
+        calls.push_back("class " + declaration.name);
+        if (EqualFolded(declaration.name, refused)) return {WBEM_E_ACCESS_DENIED, "the target refuses it"};
+        ClassPtr superclass;
+        if (!declaration.superclass.empty()) {
+            SERVICE_ASSIGN_OR_RETURN(superclass, FindClass(declaration.superclass));
+        }
+        uint32_t ordinal = 0;
+        for (PropertyDeclaration& property : declaration.properties)
+            property.ordinal = ordinal++;
+        SERVICE_ASSIGN_OR_RETURN(
+            ClassPtr resolved,
+            ClassDefinition::Resolve(++class_id_, std::move(declaration), std::move(superclass)));
+        namespaces[current_].classes[resolved->FoldedName()] = resolved;
+        return {};
+    }
+
+    Status PutInstance(Instance instance) override {
+        if (EqualFolded(instance.Class()->Name(), refused))
+            return {WBEM_E_ACCESS_DENIED, "the target refuses it"};
+        SERVICE_ASSIGN_OR_RETURN(const std::string path, RelativePathOf(instance));
+        calls.push_back("instance " + path);
+        namespaces[current_].instances.insert_or_assign(path, std::move(instance));
+        return {};
+    }
+
+    // Both look into root\test, the namespace that Import begins in.
+    ClassPtr Class(const std::string& name) const {
+        const auto& classes = namespaces.at("root\\test").classes;
+        const auto found = classes.find(Fold(name));
+        return found == classes.end() ? nullptr : found->second;
+    }
+    const Instance* FindInstance(const std::string& path) const {
+        const auto& instances = namespaces.at("root\\test").instances;
+        const auto found = instances.find(path);
+        return found == instances.end() ? nullptr : &found->second;
+    }
+
+    struct Space {
+        std::map<std::string, ClassPtr> classes;
+        std::map<std::string, Instance> instances;  // by their relative paths
+    };
+    std::map<std::string, Space> namespaces;
+    std::vector<std::string> calls;
+    std::string refused;  // a class that cannot be put, nor instances of it
+
+ private:
+    std::string current_;
+    uint32_t class_id_ = 0;
+};
+
+inline MofImport Import(MemoryTarget& target, std::string_view text) {
+    const MofSource source{"test.mof", text};
+    return CompileMof({&source, 1}, "root\\test", target);
+}
+
+// The property's value as it reads, default included.
+inline Value ValueOf(const Instance& instance, std::string_view property) {
+    Value storage;
+    ValueView view;
+    const auto index = instance.Class()->FindProperty(property);
+    if (!index || !instance.Read(*index, storage, view).ok()) return std::string("unreadable");
+    return std::visit(
+        [](const auto& held) -> Value {
+            using Held = std::decay_t<decltype(held)>;
+            if constexpr (std::is_same_v<Held, std::string_view>) {
+                return std::string(held);
+            } else if constexpr (std::is_pointer_v<Held>) {
+                return *held;
+            } else {
+                return held;
+            }
+        },
+        view);
+}
+
+}  // namespace service
