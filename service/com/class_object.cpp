@@ -1,0 +1,529 @@
+#include "service/com/class_object.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "service/com/qualifier_set.h"
+#include "service/com/system_properties.h"
+#include "service/com/variant_conversion.h"
+#include "service/model/text.h"
+
+namespace service {
+namespace {
+
+constexpr auto kUnwrap = [](IUnknown* object) { return UnwrapEmbedded(object); };
+constexpr long kOriginMask = WBEM_MASK_CONDITION_ORIGIN;
+constexpr long kSystemOrAll = 0;
+
+// Published flags of BeginEnumeration, alone and with an origin.
+bool AreEnumerationFlags(long flags) noexcept {
+    if (flags & ~(kOriginMask | WBEM_FLAG_KEYS_ONLY | WBEM_FLAG_REFS_ONLY)) return false;
+    const long origin = flags & kOriginMask;
+    return origin == 0 || origin == WBEM_FLAG_LOCAL_ONLY || origin == WBEM_FLAG_PROPAGATED_ONLY ||
+           origin == WBEM_FLAG_SYSTEM_ONLY || origin == WBEM_FLAG_NONSYSTEM_ONLY;
+}
+
+bool ListsSystemProperties(long flags) noexcept {
+    const bool all_kinds = (flags & (WBEM_FLAG_KEYS_ONLY | WBEM_FLAG_REFS_ONLY)) == 0;
+    const long origin = flags & kOriginMask;
+    return all_kinds && (origin == kSystemOrAll || origin == WBEM_FLAG_SYSTEM_ONLY);
+}
+
+CIMTYPE PublishedType(const PropertyType& type) noexcept {
+    return static_cast<CIMTYPE>(type.type) | (type.is_array ? CIM_FLAG_ARRAY : 0);
+}
+
+Status UnknownProperty(const ClassDefinition& definition, LPCWSTR name) {
+    return {WBEM_E_NOT_FOUND, "class " + definition.Name() + " has no property " + ToUtf8Lossy(name)};
+}
+
+Status NullArgument(const char* what) {
+    return {WBEM_E_INVALID_PARAMETER, std::string(what) + " must not be null"};
+}
+
+Status NoMethods() {
+    return {WBEM_E_NOT_SUPPORTED, "methods are not supported"};
+}
+
+Status CheckNoFlags(long flags) {
+    return flags == 0 ? Status() : Status(WBEM_E_INVALID_PARAMETER, "the flags must be 0");
+}
+
+class SafeArrayOwner {
+ public:
+    explicit SafeArrayOwner(size_t elements)
+        : array_(SafeArrayCreateVector(VT_BSTR, 0, static_cast<ULONG>(elements))) {
+        if (!array_) throw std::bad_alloc();
+    }
+    ~SafeArrayOwner() {
+        if (array_) SafeArrayDestroy(array_);
+    }
+    SafeArrayOwner(const SafeArrayOwner&) = delete;
+    SafeArrayOwner& operator=(const SafeArrayOwner&) = delete;
+    void Put(LONG index, std::wstring_view text) {
+        CComBSTR copy(static_cast<int>(text.size()), text.data());
+        if (FAILED(SafeArrayPutElement(array_, &index, copy.m_str))) throw std::bad_alloc();
+    }
+    SAFEARRAY* Detach() noexcept { return std::exchange(array_, nullptr); }
+
+ private:
+    SAFEARRAY* array_;
+};
+
+// How a class that has no name yet is called while its properties are put together.
+constexpr const char* kUnnamed = "Unnamed";
+
+Result<ClassPtr> ResolveEdited(ClassDeclaration declaration, const ClassPtr& superclass, uint32_t class_id) {
+    if (declaration.name.empty()) declaration.name = kUnnamed;
+    return ClassDefinition::Resolve(class_id, std::move(declaration), superclass);
+}
+
+}  // namespace
+
+CComPtr<ClassObject> ClassObject::OfInstance(ConnectionPtr connection, Instance instance) {
+    return MakeCom<ClassObject>(std::move(connection), State(std::move(instance)));
+}
+
+CComPtr<ClassObject> ClassObject::OfClass(ConnectionPtr connection, const ClassPtr& definition) {
+    return MakeCom<ClassObject>(
+        std::move(connection),
+        State(EditedClass{definition->Declaration(), definition->Superclass(), definition}));
+}
+
+Result<CComPtr<ClassObject>> ClassObject::OfNewClass(ConnectionPtr connection, ClassPtr superclass) {
+    ClassDeclaration declaration;
+    if (superclass) declaration.superclass = superclass->Name();
+    SERVICE_ASSIGN_OR_RETURN(ClassPtr definition, ResolveEdited(declaration, superclass, 0));
+    return MakeCom<ClassObject>(
+        std::move(connection),
+        State(EditedClass{std::move(declaration), std::move(superclass), std::move(definition)}));
+}
+
+CComPtr<ClassObject> ClassObject::From(IUnknown* object) noexcept {
+    CComPtr<IServiceObject> own;
+    if (!object || FAILED(object->QueryInterface(IID_PPV_ARGS(&own)))) return {};
+    return CComPtr<ClassObject>(own->Self());
+}
+
+const ClassPtr& ClassObject::Definition() const noexcept {
+    const auto* edited = std::get_if<EditedClass>(&state_);
+    return edited ? edited->definition : std::get_if<Instance>(&state_)->Class();
+}
+
+Status ClassObject::Redeclare(ClassDeclaration declaration) {
+    auto& edited = std::get<EditedClass>(state_);
+    SERVICE_ASSIGN_OR_RETURN(edited.definition,
+                             ResolveEdited(declaration, edited.superclass, edited.definition->Id()));
+    edited.declaration = std::move(declaration);
+    enumeration_.reset();
+    return {};
+}
+
+// What is local: for a class what it declares itself, for an instance what was set on it.
+bool ClassObject::IsLocal(size_t index) const {
+    if (IsClass()) return Definition()->Properties()[index].is_local;
+    return AsInstance().IsSet(index);
+}
+
+bool ClassObject::IsListed(size_t index, long flags) const {
+    const PropertyDefinition& property = Definition()->Properties()[index];
+    if ((flags & WBEM_FLAG_KEYS_ONLY) && !property.is_key) return false;
+    if ((flags & WBEM_FLAG_REFS_ONLY) && property.type.type != CimType::kReference) return false;
+    switch (flags & kOriginMask) {
+        case WBEM_FLAG_LOCAL_ONLY:
+            return IsLocal(index);
+        case WBEM_FLAG_PROPAGATED_ONLY:
+            return !IsLocal(index);
+        case WBEM_FLAG_SYSTEM_ONLY:
+            return false;
+        default:
+            return true;
+    }
+}
+
+Status ClassObject::ReadProperty(size_t index, VARIANT* variant) const {
+    const PropertyDefinition& property = Definition()->Properties()[index];
+    const auto wrap = [this](const ObjectPtr& object) { return WrapEmbedded(connection_, object); };
+    if (IsClass()) return ToVariant(property.type, ViewOf(property.default_value), wrap, *variant);
+    Value storage;
+    ValueView view;
+    SERVICE_RETURN_IF_ERROR(AsInstance().Read(index, storage, view));
+    return ToVariant(property.type, view, wrap, *variant);
+}
+
+void ClassObject::FillIn(size_t index, CIMTYPE* type, long* flavor) const {
+    if (type) *type = PublishedType(Definition()->Properties()[index].type);
+    if (flavor) *flavor = IsLocal(index) ? WBEM_FLAVOR_ORIGIN_LOCAL : WBEM_FLAVOR_ORIGIN_PROPAGATED;
+}
+
+HRESULT ClassObject::GetQualifierSet(IWbemQualifierSet** ppQualSet) {
+    return AtBoundary([&]() -> Status {
+        if (!ppQualSet) return NullArgument("ppQualSet");
+        *ppQualSet = QualifierSet::OfClass(CComPtr<ClassObject>(this)).Detach();
+        return {};
+    });
+}
+
+HRESULT ClassObject::Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) {
+    return AtBoundary([&]() -> Status {
+        if (!wszName) return NullArgument("wszName");
+        SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
+        if (const auto index = Definition()->FindProperty(std::wstring_view(wszName))) {
+            if (pVal) SERVICE_RETURN_IF_ERROR(ReadProperty(*index, pVal));
+            FillIn(*index, pType, plFlavor);
+            return {};
+        }
+        const auto system = FindSystemProperty(wszName);
+        if (!system) return UnknownProperty(*Definition(), wszName);
+        const PropertyType& type = SystemPropertyAt(*system).type;
+        SERVICE_ASSIGN_OR_RETURN(const Value value, ReadSystemProperty(*this, *system));
+        const auto wrap = [this](const ObjectPtr& object) { return WrapEmbedded(connection_, object); };
+        if (pVal) SERVICE_RETURN_IF_ERROR(ToVariant(type, ViewOf(value), wrap, *pVal));
+        if (pType) *pType = PublishedType(type);
+        if (plFlavor) *plFlavor = WBEM_FLAVOR_ORIGIN_SYSTEM;
+        return {};
+    });
+}
+
+HRESULT ClassObject::Put(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE Type) {
+    return AtBoundary([&]() -> Status {
+        if (!wszName) return NullArgument("wszName");
+        SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
+        if (!IsClass()) {
+            if (const auto index = Definition()->FindProperty(std::wstring_view(wszName))) {
+                return PutInstanceProperty(*index, pVal, Type);
+            }
+        }
+        SERVICE_ASSIGN_OR_RETURN(const std::string name,
+                                 TakeText(std::wstring_view(wszName), "the property's name"));
+        if (FindSystemProperty(wszName)) return PutSystemProperty(name, pVal);
+        if (name.starts_with('_') || name.ends_with('_')) {
+            return {WBEM_E_INVALID_PARAMETER,
+                    "property name " + name + ": a name neither begins nor ends with an underscore"};
+        }
+        if (!IsClass()) return UnknownProperty(*Definition(), wszName);
+        return PutClassProperty(name, pVal, Type);
+    });
+}
+
+Status ClassObject::PutInstanceProperty(size_t index, const VARIANT* variant, CIMTYPE type) {
+    const PropertyDefinition& property = Definition()->Properties()[index];
+    if (type != 0) {
+        return {WBEM_E_INVALID_PARAMETER,
+                "property " + property.name +
+                    ": the type of an instance's property is its class's, so the type argument must be 0"};
+    }
+    Value value;
+    if (variant) {
+        Result<Value> converted = FromVariant(property.type, *variant, kUnwrap);
+        if (!converted.ok()) {
+            return {converted.code(), "property " + Definition()->Name() + "." + property.name + ": " +
+                                          converted.status().reason()};
+        }
+        value = std::move(*converted);
+    }
+    return std::get<Instance>(state_).Set(index, std::move(value));
+}
+
+// Creates the property, or changes its default. Without a type the one it has is kept.
+Status ClassObject::PutClassProperty(const std::string& name, const VARIANT* variant, CIMTYPE type) {
+    ClassDeclaration declaration = AsClass().declaration;
+    auto& properties = declaration.properties;
+    const auto same_name = [&](const PropertyDeclaration& property) {
+        return EqualFolded(property.name, name);
+    };
+    auto declared = std::find_if(properties.begin(), properties.end(), same_name);
+    const auto known = Definition()->FindProperty(std::string_view(name));
+    if (declared == properties.end()) {
+        PropertyDeclaration added;
+        added.name = known ? Definition()->Properties()[*known].name : name;
+        if (known) added.type = Definition()->Properties()[*known].type;
+        properties.push_back(std::move(added));
+        declared = std::prev(properties.end());
+    }
+    if (type != 0) {
+        const long base = type & ~static_cast<long>(CIM_FLAG_ARRAY);
+        if (base < 0 || base > UINT16_MAX || !IsCimType(static_cast<uint16_t>(base))) {
+            return {WBEM_E_INVALID_PROPERTY_TYPE,
+                    "property " + name + ": " + std::to_string(type) + " is no CIM type"};
+        }
+        declared->type.type = static_cast<CimType>(base);
+        declared->type.is_array = (type & CIM_FLAG_ARRAY) != 0;
+    } else if (!known) {
+        return {WBEM_E_INVALID_PARAMETER, "property " + name + ": a new property needs its type"};
+    }
+    if (variant) {
+        Result<Value> converted = FromVariant(declared->type, *variant, kUnwrap);
+        if (!converted.ok())
+            return {converted.code(), "the default of property " + name + ": " + converted.status().reason()};
+        declared->default_value = std::move(*converted);
+    } else {
+        declared->default_value = {};
+    }
+    return Redeclare(std::move(declaration));
+}
+
+// The one system property that a caller sets is the name of a class.
+Status ClassObject::PutSystemProperty(const std::string& name, const VARIANT* variant) {
+    if (!IsClass() || !EqualFolded(name, "__CLASS")) {
+        return {WBEM_E_READ_ONLY, "the system property " + name + " cannot be set"};
+    }
+    if (!variant || variant->vt != VT_BSTR) return {WBEM_E_TYPE_MISMATCH, "the name of a class is a text"};
+    SERVICE_ASSIGN_OR_RETURN(std::string class_name, TakeText(variant->bstrVal, "the class's name"));
+    SERVICE_RETURN_IF_ERROR(CheckName("class", class_name));
+    ClassDeclaration declaration = AsClass().declaration;
+    declaration.name = std::move(class_name);
+    return Redeclare(std::move(declaration));
+}
+
+// On an instance the property goes back to its class's default; on a class its own declaration goes.
+HRESULT ClassObject::Delete(LPCWSTR wszName) {
+    return AtBoundary([&]() -> Status {
+        if (!wszName) return NullArgument("wszName");
+        if (FindSystemProperty(wszName))
+            return {WBEM_E_INVALID_OPERATION, "a system property cannot be deleted"};
+        const auto index = Definition()->FindProperty(std::wstring_view(wszName));
+        if (!index) return UnknownProperty(*Definition(), wszName);
+        if (!IsClass()) {
+            std::get<Instance>(state_).Unset(*index);
+            return {};
+        }
+        const PropertyDefinition& property = Definition()->Properties()[*index];
+        if (!property.is_local) {
+            return {WBEM_E_PROPAGATED_PROPERTY,
+                    "property " + property.name + " is inherited from " + property.origin};
+        }
+        ClassDeclaration declaration = AsClass().declaration;
+        std::erase_if(declaration.properties, [&](const PropertyDeclaration& declared) {
+            return EqualFolded(declared.name, property.name);
+        });
+        return Redeclare(std::move(declaration));
+    });
+}
+
+HRESULT ClassObject::GetNames(LPCWSTR wszQualifierName, long lFlags, VARIANT* pQualifierVal,
+                              SAFEARRAY** pNames) {
+    return AtBoundary([&]() -> Status {
+        if (!pNames) return NullArgument("pNames");
+        const bool by_qualifier = (lFlags & WBEM_MASK_PRIMARY_CONDITION) != WBEM_FLAG_ALWAYS;
+        if (by_qualifier || wszQualifierName || pQualifierVal) {
+            return {WBEM_E_NOT_SUPPORTED, "names by qualifier are not supported: enumerate the properties"};
+        }
+        if (!AreEnumerationFlags(lFlags))
+            return {WBEM_E_INVALID_PARAMETER, "these flags are not to be combined"};
+        std::vector<std::wstring_view> names;
+        if (ListsSystemProperties(lFlags)) {
+            for (size_t i = 0; i < kSystemPropertyCount; ++i)
+                names.push_back(SystemPropertyAt(i).name);
+        }
+        const auto& properties = Definition()->Properties();
+        for (size_t i = 0; i < properties.size(); ++i) {
+            const size_t index = Definition()->NameOrder()[i];
+            if (IsListed(index, lFlags)) names.push_back(properties[index].wide_name);
+        }
+        SafeArrayOwner array(names.size());
+        for (size_t i = 0; i < names.size(); ++i)
+            array.Put(static_cast<LONG>(i), names[i]);
+        *pNames = array.Detach();
+        return {};
+    });
+}
+
+HRESULT ClassObject::BeginEnumeration(long lEnumFlags) {
+    return AtBoundary([&]() -> Status {
+        if (enumeration_)
+            return {WBEM_E_UNEXPECTED, "an enumeration of this object has begun already: end it first"};
+        if (!AreEnumerationFlags(lEnumFlags))
+            return {WBEM_E_INVALID_PARAMETER, "these flags are not to be combined"};
+        enumeration_ = Enumeration{lEnumFlags, ListsSystemProperties(lEnumFlags) ? 0 : kSystemPropertyCount};
+        return {};
+    });
+}
+
+// The system properties come first, then the others in the order of their names, unit by unit: so a caller
+// that files them by name always adds at the end. A property that cannot
+// be read ends the call with its fault; the next call goes on behind it.
+HRESULT ClassObject::Next(long lFlags, BSTR* strName, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) {
+    bool has_more = true;
+    const HRESULT result = AtBoundary([&]() -> Status {
+        SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
+        if (!enumeration_) return {WBEM_E_UNEXPECTED, "no enumeration of this object has begun"};
+        size_t& position = enumeration_->position;
+        if (position < kSystemPropertyCount) {
+            const SystemProperty& property = SystemPropertyAt(position);
+            const HRESULT got = Get(property.name.data(), 0, pVal, pType, plFlavor);
+            ++position;
+            if (FAILED(got)) return {got, "the system property cannot be read"};
+            if (strName)
+                *strName = CComBSTR(static_cast<int>(property.name.size()), property.name.data()).Detach();
+            if (position == kSystemPropertyCount &&
+                (enumeration_->flags & kOriginMask) == WBEM_FLAG_SYSTEM_ONLY) {
+                position = kSystemPropertyCount + Definition()->Properties().size();
+            }
+            return {};
+        }
+        const auto& properties = Definition()->Properties();
+        const auto& order = Definition()->NameOrder();
+        size_t place = position - kSystemPropertyCount;
+        while (place < order.size() && !IsListed(order[place], enumeration_->flags))
+            ++place;
+        position = kSystemPropertyCount + std::min(place + 1, order.size());
+        has_more = place < order.size();
+        if (!has_more) return {};
+        const size_t index = order[place];
+        BSTR name = nullptr;
+        if (strName) {
+            name = SysAllocStringLen(properties[index].wide_name.data(),
+                                     static_cast<UINT>(properties[index].wide_name.size()));
+            if (!name) throw std::bad_alloc();
+        }
+        CComBSTR owner;
+        owner.Attach(name);
+        if (pVal) SERVICE_RETURN_IF_ERROR(ReadProperty(index, pVal));
+        FillIn(index, pType, plFlavor);
+        if (strName) *strName = owner.Detach();
+        return {};
+    });
+    if (result == S_OK && !has_more) return WBEM_S_NO_MORE_DATA;
+    return result;
+}
+
+HRESULT ClassObject::EndEnumeration() {
+    enumeration_.reset();
+    return S_OK;
+}
+
+HRESULT ClassObject::GetPropertyQualifierSet(LPCWSTR wszProperty, IWbemQualifierSet** ppQualSet) {
+    return AtBoundary([&]() -> Status {
+        if (!wszProperty || !ppQualSet) return NullArgument("the argument");
+        if (FindSystemProperty(wszProperty))
+            return {WBEM_E_INVALID_OPERATION, "a system property has no qualifiers"};
+        const auto index = Definition()->FindProperty(std::wstring_view(wszProperty));
+        if (!index) return UnknownProperty(*Definition(), wszProperty);
+        *ppQualSet =
+            QualifierSet::OfProperty(CComPtr<ClassObject>(this), Definition()->Properties()[*index].name)
+                .Detach();
+        return {};
+    });
+}
+
+HRESULT ClassObject::Clone(IWbemClassObject** ppCopy) {
+    return AtBoundary([&]() -> Status {
+        if (!ppCopy) return NullArgument("ppCopy");
+        *ppCopy = MakeCom<ClassObject>(connection_, state_).Detach();
+        return {};
+    });
+}
+
+HRESULT ClassObject::GetObjectText(long, BSTR*) {
+    return AtBoundary([]() -> Status {
+        return {WBEM_E_NOT_SUPPORTED, "MOF text of an object is not supported"};
+    });
+}
+
+HRESULT ClassObject::SpawnDerivedClass(long lFlags, IWbemClassObject** ppNewClass) {
+    return AtBoundary([&]() -> Status {
+        if (!ppNewClass) return NullArgument("ppNewClass");
+        *ppNewClass = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
+        if (!IsClass())
+            return {WBEM_E_INVALID_OPERATION, "a class derives from a class, not from an instance"};
+        if (AsClass().declaration.name.empty()) return {WBEM_E_INCOMPLETE_CLASS, "the class has no name yet"};
+        SERVICE_ASSIGN_OR_RETURN(CComPtr<ClassObject> spawned, OfNewClass(connection_, Definition()));
+        *ppNewClass = spawned.Detach();
+        return {};
+    });
+}
+
+HRESULT ClassObject::SpawnInstance(long lFlags, IWbemClassObject** ppNewInstance) {
+    return AtBoundary([&]() -> Status {
+        if (!ppNewInstance) return NullArgument("ppNewInstance");
+        *ppNewInstance = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
+        if (IsClass() && AsClass().declaration.name.empty())
+            return {WBEM_E_INCOMPLETE_CLASS, "the class has no name yet"};
+        if (Definition()->IsAbstract()) {
+            return {WBEM_E_INVALID_OPERATION,
+                    "class " + Definition()->Name() + " is abstract and has no instances"};
+        }
+        *ppNewInstance = OfInstance(connection_, Instance(Definition())).Detach();
+        return {};
+    });
+}
+
+HRESULT ClassObject::CompareTo(long lFlags, IWbemClassObject* pCompareTo) {
+    bool is_same = false;
+    const HRESULT result = AtBoundary([&]() -> Status {
+        if (!pCompareTo) return NullArgument("pCompareTo");
+        if (lFlags != WBEM_COMPARISON_INCLUDE_ALL)
+            return {WBEM_E_NOT_SUPPORTED, "only whole objects are compared: the flags must be 0"};
+        const CComPtr<ClassObject> other = From(pCompareTo);
+        if (!other) return {WBEM_E_INVALID_OBJECT, "the object is not one of this service"};
+        is_same = !IsClass() && !other->IsClass()
+                      ? SameInstance(AsInstance(), other->AsInstance())
+                      : IsClass() == other->IsClass() && Definition() == other->Definition();
+        return {};
+    });
+    return result == S_OK && !is_same ? static_cast<HRESULT>(WBEM_S_FALSE) : result;
+}
+
+HRESULT ClassObject::GetPropertyOrigin(LPCWSTR wszName, BSTR* pstrClassName) {
+    return AtBoundary([&]() -> Status {
+        if (!wszName || !pstrClassName) return NullArgument("the argument");
+        const auto index = Definition()->FindProperty(std::wstring_view(wszName));
+        if (!index) return UnknownProperty(*Definition(), wszName);
+        SERVICE_ASSIGN_OR_RETURN(*pstrClassName, MakeBstr(Definition()->Properties()[*index].origin));
+        return {};
+    });
+}
+
+HRESULT ClassObject::InheritsFrom(LPCWSTR strAncestor) {
+    bool inherits = false;
+    const HRESULT result = AtBoundary([&]() -> Status {
+        if (!strAncestor) return NullArgument("strAncestor");
+        SERVICE_ASSIGN_OR_RETURN(const std::string name,
+                                 TakeText(std::wstring_view(strAncestor), "the class's name"));
+        inherits = Definition()->IsA(name);
+        return {};
+    });
+    return result == S_OK && !inherits ? static_cast<HRESULT>(WBEM_S_FALSE) : result;
+}
+
+HRESULT ClassObject::GetMethod(LPCWSTR, long, IWbemClassObject**, IWbemClassObject**) {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::PutMethod(LPCWSTR, long, IWbemClassObject*, IWbemClassObject*) {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::DeleteMethod(LPCWSTR) {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::BeginMethodEnumeration(long) {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::NextMethod(long, BSTR*, IWbemClassObject**, IWbemClassObject**) {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::EndMethodEnumeration() {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::GetMethodQualifierSet(LPCWSTR, IWbemQualifierSet**) {
+    return AtBoundary(NoMethods);
+}
+HRESULT ClassObject::GetMethodOrigin(LPCWSTR, BSTR*) {
+    return AtBoundary(NoMethods);
+}
+
+Result<IUnknown*> WrapEmbedded(const ConnectionPtr& connection, const ObjectPtr& object) {
+    return static_cast<IUnknown*>(
+        static_cast<IWbemClassObject*>(ClassObject::OfInstance(connection, *object).Detach()));
+}
+
+Result<ObjectPtr> UnwrapEmbedded(IUnknown* object) {
+    const CComPtr<ClassObject> own = ClassObject::From(object);
+    if (!own) return Status(WBEM_E_TYPE_MISMATCH, "the object is not one of this service");
+    if (own->IsClass()) return Status(WBEM_E_TYPE_MISMATCH, "a class cannot be embedded, only an instance");
+    return ObjectPtr(std::make_shared<const Instance>(own->AsInstance()));
+}
+
+}  // namespace service

@@ -1,0 +1,343 @@
+#include "service/com/services.h"
+
+#include <utility>
+#include <vector>
+
+#include "service/com/boundary.h"
+#include "service/com/class_object.h"
+#include "service/com/enumerator.h"
+#include "service/com/identity.h"
+#include "service/com/namespace_class.h"
+#include "service/model/text.h"
+
+namespace service {
+namespace {
+
+Status NotSupported(const char* what) {
+    return {WBEM_E_NOT_SUPPORTED, std::string(what) + " is not supported by this service"};
+}
+
+HRESULT Unsupported(const char* what) noexcept {
+    return AtBoundary([&] { return NotSupported(what); });
+}
+
+// Requests run to their end before they return, so the flags that ask for it early change nothing; those that
+// a request does not know are refused.
+Status CheckFlags(long flags, long known) {
+    constexpr long kHarmless = WBEM_FLAG_RETURN_IMMEDIATELY | WBEM_FLAG_FORWARD_ONLY |
+                               WBEM_FLAG_USE_AMENDED_QUALIFIERS | WBEM_FLAG_DIRECT_READ;
+    if ((flags & ~(known | kHarmless)) == 0) return {};
+    return {WBEM_E_INVALID_PARAMETER, "flags " + std::to_string(flags) + " are not known for this request"};
+}
+
+Result<PutCondition> ConditionOf(long flags) {
+    SERVICE_RETURN_IF_ERROR(CheckFlags(flags, WBEM_FLAG_UPDATE_ONLY | WBEM_FLAG_CREATE_ONLY));
+    switch (flags & (WBEM_FLAG_UPDATE_ONLY | WBEM_FLAG_CREATE_ONLY)) {
+        case WBEM_FLAG_CREATE_OR_UPDATE:
+            return PutCondition::kCreateOrUpdate;
+        case WBEM_FLAG_UPDATE_ONLY:
+            return PutCondition::kUpdateOnly;
+        case WBEM_FLAG_CREATE_ONLY:
+            return PutCondition::kCreateOnly;
+        default:
+            return Status(WBEM_E_INVALID_PARAMETER, "update only and create only exclude each other");
+    }
+}
+
+Result<CComPtr<ClassObject>> OwnObject(IWbemClassObject* object, bool as_class) {
+    if (!object) return Status(WBEM_E_INVALID_PARAMETER, "the object must not be null");
+    CComPtr<ClassObject> own = ClassObject::From(object);
+    if (!own) return Status(WBEM_E_INVALID_OBJECT, "the object is not one of this service");
+    if (own->IsClass() != as_class) {
+        return Status(WBEM_E_INVALID_OBJECT, as_class ? "an instance stands where a class was expected"
+                                                      : "a class stands where an instance was expected");
+    }
+    return own;
+}
+
+}  // namespace
+
+Result<ConnectionPtr> Connect(const std::string& path) {
+    SERVICE_ASSIGN_OR_RETURN(const NamespacePath parsed, ParseNamespacePath(path));
+    if (!IsThisMachine(parsed.server)) {
+        return Status(WBEM_E_NOT_SUPPORTED,
+                      "the server " + parsed.server + " is not this machine: name it as \"\\\\.\\\"");
+    }
+    auto connection = std::make_shared<Connection>();
+    SERVICE_ASSIGN_OR_RETURN(connection->repository, Repository::Open(Repository::DefaultDirectory()));
+    SERVICE_ASSIGN_OR_RETURN(connection->space, connection->repository->FindNamespace(parsed.path));
+    connection->server = MachineName();
+    return ConnectionPtr(std::move(connection));
+}
+
+Status Services::CheckIdentityAccepted() const {
+    if (!is_refused_.load(std::memory_order_relaxed)) return {};
+    return {WBEM_E_ACCESS_DENIED,
+            "the identity named for this connection was refused: connect again with another, or with none"};
+}
+
+Result<ConnectionPtr> Services::ConnectionFor(const ObjectPath& path) const {
+    if (path.server && !IsThisMachine(*path.server)) {
+        return Status(WBEM_E_NOT_SUPPORTED, "the server " + *path.server + " is not this machine");
+    }
+    if (!path.namespace_path || EqualFolded(*path.namespace_path, connection_->space.path))
+        return connection_;
+    auto other = std::make_shared<Connection>(*connection_);
+    SERVICE_ASSIGN_OR_RETURN(other->space, connection_->repository->FindNamespace(*path.namespace_path));
+    return ConnectionPtr(std::move(other));
+}
+
+Result<CComPtr<IWbemClassObject>> Services::Fetch(const std::string& path) const {
+    SERVICE_ASSIGN_OR_RETURN(const ObjectPath parsed, ParseObjectPath(path));
+    SERVICE_ASSIGN_OR_RETURN(ConnectionPtr connection, ConnectionFor(parsed));
+    const Repository& repository = *connection->repository;
+    if (IsNamespaceClass(parsed.class_name)) {
+        if (parsed.IsClass())
+            return CComPtr<IWbemClassObject>(ClassObject::OfClass(std::move(connection), NamespaceClass()));
+        SERVICE_ASSIGN_OR_RETURN(Instance instance, FindNamespaceInstance(*connection, parsed));
+        return CComPtr<IWbemClassObject>(ClassObject::OfInstance(std::move(connection), std::move(instance)));
+    }
+    if (parsed.IsClass()) {
+        SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition,
+                                 repository.FindClass(connection->space, parsed.class_name));
+        return CComPtr<IWbemClassObject>(ClassObject::OfClass(std::move(connection), definition));
+    }
+    SERVICE_ASSIGN_OR_RETURN(Instance instance, repository.GetInstance(connection->space, parsed));
+    return CComPtr<IWbemClassObject>(ClassObject::OfInstance(std::move(connection), std::move(instance)));
+}
+
+HRESULT Services::QueryBlanket(IUnknown*, DWORD* pAuthnSvc, DWORD* pAuthzSvc, OLECHAR** pServerPrincName,
+                               DWORD* pAuthnLevel, DWORD* pImpLevel, void** pAuthInfo, DWORD* pCapabilities) {
+    if (pAuthnSvc) *pAuthnSvc = RPC_C_AUTHN_WINNT;
+    if (pAuthzSvc) *pAuthzSvc = RPC_C_AUTHZ_NONE;
+    if (pServerPrincName) *pServerPrincName = nullptr;
+    if (pAuthnLevel) *pAuthnLevel = RPC_C_AUTHN_LEVEL_CALL;
+    if (pImpLevel) *pImpLevel = RPC_C_IMP_LEVEL_IMPERSONATE;
+    if (pAuthInfo) *pAuthInfo = nullptr;
+    if (pCapabilities) *pCapabilities = EOAC_NONE;
+    return S_OK;
+}
+
+// Of the settings only the identity matters within one process.
+HRESULT Services::SetBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void* pAuthInfo, DWORD) {
+    return AtBoundary([&]() -> Status {
+        const auto* identity = static_cast<const COAUTHIDENTITY*>(pAuthInfo);
+        Status result;
+        if (identity && identity->User) {
+            result = CheckIdentity(
+                {identity->User, identity->UserLength},
+                {identity->Domain ? identity->Domain : L"", identity->Domain ? identity->DomainLength : 0});
+        }
+        is_refused_.store(!result.ok(), std::memory_order_relaxed);
+        return result;
+    });
+}
+
+HRESULT Services::CopyProxy(IUnknown*, IUnknown** ppCopy) {
+    if (!ppCopy) return E_POINTER;
+    *ppCopy = static_cast<IWbemServices*>(this);
+    AddRef();
+    return S_OK;
+}
+
+HRESULT Services::OpenNamespace(const BSTR strNamespace, long lFlags, IWbemContext*,
+                                IWbemServices** ppWorkingNamespace, IWbemCallResult** ppResult) {
+    return AtBoundary([&]() -> Status {
+        if (ppResult) *ppResult = nullptr;
+        if (!ppWorkingNamespace) return {WBEM_E_INVALID_PARAMETER, "ppWorkingNamespace must not be null"};
+        *ppWorkingNamespace = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
+        SERVICE_ASSIGN_OR_RETURN(const std::string name, TakeText(strNamespace, "the namespace"));
+        SERVICE_ASSIGN_OR_RETURN(const NamespacePath parsed,
+                                 ParseNamespacePath(connection_->space.path + "\\" + name));
+        auto below = std::make_shared<Connection>(*connection_);
+        SERVICE_ASSIGN_OR_RETURN(below->space, connection_->repository->FindNamespace(parsed.path));
+        *ppWorkingNamespace = MakeCom<Services>(std::move(below)).Detach();
+        return {};
+    });
+}
+
+// A null or empty path asks for a class without anything, to be filled in and put.
+HRESULT Services::GetObject(const BSTR strObjectPath, long lFlags, IWbemContext*, IWbemClassObject** ppObject,
+                            IWbemCallResult** ppCallResult) {
+    return AtBoundary([&]() -> Status {
+        if (ppCallResult) *ppCallResult = nullptr;
+        if (!ppObject) return {WBEM_E_INVALID_PARAMETER, "ppObject must not be null"};
+        *ppObject = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
+        SERVICE_ASSIGN_OR_RETURN(const std::string path, TakeText(strObjectPath, "the object path"));
+        if (path.empty()) {
+            SERVICE_ASSIGN_OR_RETURN(CComPtr<ClassObject> empty,
+                                     ClassObject::OfNewClass(connection_, nullptr));
+            *ppObject = empty.Detach();
+            return {};
+        }
+        SERVICE_ASSIGN_OR_RETURN(CComPtr<IWbemClassObject> object, Fetch(path));
+        *ppObject = object.Detach();
+        return {};
+    });
+}
+
+HRESULT Services::PutClass(IWbemClassObject* pObject, long lFlags, IWbemContext*,
+                           IWbemCallResult** ppCallResult) {
+    return AtBoundary([&]() -> Status {
+        if (ppCallResult) *ppCallResult = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_ASSIGN_OR_RETURN(const PutCondition condition, ConditionOf(lFlags));
+        SERVICE_ASSIGN_OR_RETURN(const CComPtr<ClassObject> object, OwnObject(pObject, true));
+        const ClassDeclaration& declaration = object->AsClass().declaration;
+        if (declaration.name.empty()) return {WBEM_E_INCOMPLETE_CLASS, "the class has no name: set __CLASS"};
+        return connection_->repository->Write([&](RepositoryWriter& writer) {
+            bool is_changed = false;
+            return writer.PutClass(connection_->space, declaration, condition, is_changed);
+        });
+    });
+}
+
+HRESULT Services::DeleteClass(const BSTR strClass, long lFlags, IWbemContext*,
+                              IWbemCallResult** ppCallResult) {
+    return AtBoundary([&]() -> Status {
+        if (ppCallResult) *ppCallResult = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
+        SERVICE_ASSIGN_OR_RETURN(const std::string text, TakeText(strClass, "the class's name"));
+        SERVICE_ASSIGN_OR_RETURN(const ObjectPath path, ParseObjectPath(text));
+        if (!path.IsClass())
+            return {WBEM_E_INVALID_PARAMETER, "the path " + text + " names an instance, not a class"};
+        SERVICE_ASSIGN_OR_RETURN(const ConnectionPtr connection, ConnectionFor(path));
+        return connection->repository->Write(
+            [&](RepositoryWriter& writer) { return writer.DeleteClass(connection->space, path.class_name); });
+    });
+}
+
+// The subclasses of `strSuperclass`, or of all when it is empty: all below it, or with WBEM_FLAG_SHALLOW
+// those directly below.
+HRESULT Services::CreateClassEnum(const BSTR strSuperclass, long lFlags, IWbemContext*,
+                                  IEnumWbemClassObject** ppEnum) {
+    return AtBoundary([&]() -> Status {
+        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        *ppEnum = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SHALLOW));
+        SERVICE_ASSIGN_OR_RETURN(const std::string superclass,
+                                 TakeText(strSuperclass, "the superclass's name"));
+        std::vector<ClassPtr> classes;
+        SERVICE_RETURN_IF_ERROR(connection_->repository->Read([&](RepositoryReader& reader) -> Status {
+            if (superclass.empty()) {
+                SERVICE_ASSIGN_OR_RETURN(const SchemaCache::ClassList all,
+                                         reader.Classes(connection_->space));
+                classes = *all;
+                return {};
+            }
+            SERVICE_ASSIGN_OR_RETURN(const ClassPtr top, reader.FindClass(connection_->space, superclass));
+            SERVICE_ASSIGN_OR_RETURN(classes, reader.Subclasses(connection_->space, top->Name()));
+            return {};
+        }));
+        std::vector<CComPtr<IWbemClassObject>> objects;
+        for (const ClassPtr& definition : classes) {
+            const std::string& above = definition->Declaration().superclass;
+            if ((lFlags & WBEM_FLAG_SHALLOW) && !EqualFolded(above, superclass)) continue;
+            objects.emplace_back(ClassObject::OfClass(connection_, definition));
+        }
+        *ppEnum = MakeCom<ObjectList>(std::move(objects)).Detach();
+        return {};
+    });
+}
+
+HRESULT Services::PutInstance(IWbemClassObject* pInst, long lFlags, IWbemContext*,
+                              IWbemCallResult** ppCallResult) {
+    return AtBoundary([&]() -> Status {
+        if (ppCallResult) *ppCallResult = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_ASSIGN_OR_RETURN(const PutCondition condition, ConditionOf(lFlags));
+        SERVICE_ASSIGN_OR_RETURN(const CComPtr<ClassObject> object, OwnObject(pInst, false));
+        if (object->Definition() == NamespaceClass())
+            return PutNamespaceInstance(*connection_, object->AsInstance(), condition);
+        return connection_->repository->PutInstance(connection_->space, object->AsInstance(), condition);
+    });
+}
+
+HRESULT Services::DeleteInstance(const BSTR strObjectPath, long lFlags, IWbemContext*,
+                                 IWbemCallResult** ppCallResult) {
+    return AtBoundary([&]() -> Status {
+        if (ppCallResult) *ppCallResult = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
+        SERVICE_ASSIGN_OR_RETURN(const std::string text, TakeText(strObjectPath, "the object path"));
+        SERVICE_ASSIGN_OR_RETURN(const ObjectPath path, ParseObjectPath(text));
+        SERVICE_ASSIGN_OR_RETURN(const ConnectionPtr connection, ConnectionFor(path));
+        if (IsNamespaceClass(path.class_name)) return NotSupported("deleting a namespace");
+        return connection->repository->DeleteInstance(connection->space, path);
+    });
+}
+
+HRESULT Services::CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemContext*,
+                                     IEnumWbemClassObject** ppEnum) {
+    return AtBoundary([&]() -> Status {
+        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        *ppEnum = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SHALLOW));
+        SERVICE_ASSIGN_OR_RETURN(const std::string name, TakeText(strFilter, "the class's name"));
+        if (!IsNamespaceClass(name))
+            return NotSupported("enumerating the instances of a class other than __Namespace");
+        SERVICE_ASSIGN_OR_RETURN(std::vector<Instance> instances, NamespaceInstances(*connection_));
+        std::vector<CComPtr<IWbemClassObject>> objects;
+        for (Instance& instance : instances)
+            objects.emplace_back(ClassObject::OfInstance(connection_, std::move(instance)));
+        *ppEnum = MakeCom<ObjectList>(std::move(objects)).Detach();
+        return {};
+    });
+}
+
+HRESULT Services::CancelAsyncCall(IWbemObjectSink*) {
+    return Unsupported("cancelling a call");
+}
+HRESULT Services::QueryObjectSink(long, IWbemObjectSink**) {
+    return Unsupported("a sink of the service");
+}
+HRESULT Services::GetObjectAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::PutClassAsync(IWbemClassObject*, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::DeleteClassAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::CreateClassEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::PutInstanceAsync(IWbemClassObject*, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::DeleteInstanceAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::CreateInstanceEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("an asynchronous request");
+}
+HRESULT Services::ExecQuery(const BSTR, const BSTR, long, IWbemContext*, IEnumWbemClassObject**) {
+    return Unsupported("a query");
+}
+HRESULT Services::ExecQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("a query");
+}
+HRESULT Services::ExecNotificationQuery(const BSTR, const BSTR, long, IWbemContext*, IEnumWbemClassObject**) {
+    return Unsupported("a notification query");
+}
+HRESULT Services::ExecNotificationQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemObjectSink*) {
+    return Unsupported("a notification query");
+}
+HRESULT Services::ExecMethod(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*,
+                             IWbemClassObject**, IWbemCallResult**) {
+    return Unsupported("a method");
+}
+HRESULT Services::ExecMethodAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*,
+                                  IWbemObjectSink*) {
+    return Unsupported("a method");
+}
+
+}  // namespace service

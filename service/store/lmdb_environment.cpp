@@ -1,0 +1,540 @@
+#include "service/store/lmdb_environment.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <new>
+#include <utility>
+
+#include "service/model/no_destructor.h"
+#include "service/store/bytes.h"
+#include "service/store/fork.h"
+
+namespace service {
+namespace {
+
+// The layout of the tables and records: another number is a store that this program cannot read.
+constexpr uint32_t kStoreFormat = 1;
+constexpr std::string_view kFormatKey = "format";
+constexpr size_t kSmallestMap = size_t{64} << 20;
+constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kFileMode = 0600;
+
+// The environments of this process, by the device and inode of their directory.
+struct Registry {
+    ForkSafeMutex mutex;
+    unsigned fork_count = 0;
+    std::map<std::pair<dev_t, ino_t>, std::weak_ptr<LmdbEnvironment>> environments;
+};
+
+// The innermost of the transactions that this thread runs.
+thread_local const ThreadInside* t_inside = nullptr;
+
+NoDestructor<Registry>& TheRegistry() {
+    static NoDestructor<Registry> registry;
+    return registry;
+}
+
+MDB_val ValueOf(std::string_view bytes) noexcept {
+    return {bytes.size(), const_cast<char*>(bytes.data())};
+}
+
+std::string_view ViewOf(const MDB_val& value) noexcept {
+    return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+// The operations of a transaction as the slots hold them. Tables are numbered in the order of LmdbTables.
+//
+//   operations = *( u8 operation, u8 table, u32 length, key, u32 length, value )
+constexpr uint8_t kRedoPut = 1;
+constexpr uint8_t kRedoDelete = 2;
+
+std::array<MDB_dbi, 4> Numbered(const LmdbTables& tables) noexcept {
+    return {tables.meta, tables.schema, tables.instances, tables.log};
+}
+
+int Replay(MDB_txn* txn, const LmdbTables& tables, std::string_view operations) {
+    const std::array<MDB_dbi, 4> numbered = Numbered(tables);
+    ByteReader in(operations);
+    int code = 0;
+    while (code == 0 && !in.AtEnd()) {
+        const uint8_t operation = in.U8();
+        const uint8_t number = in.U8();
+        MDB_val key = ValueOf(in.Text());
+        MDB_val value = ValueOf(in.Text());
+        if (!in.ok() || number >= numbered.size()) return MDB_CORRUPTED;
+        const MDB_dbi table = numbered[number];
+        if (operation == kRedoPut) code = mdb_put(txn, table, &key, &value, 0);
+        if (operation == kRedoDelete) code = mdb_del(txn, table, &key, nullptr);
+        if (code == MDB_NOTFOUND) code = 0;
+    }
+    return code;
+}
+
+Status SystemFault(int error, const std::string& what) {
+    std::string reason = what + ": " + std::strerror(error);
+    switch (error) {
+        case EACCES:
+        case EPERM:
+            return {WBEM_E_ACCESS_DENIED,
+                    reason +
+                        ". The store belongs to the account that made it: run as that account, "
+                        "or name another store with MGMT_STORE"};
+        case EROFS:
+            return {WBEM_E_ACCESS_DENIED, reason + ". The store needs a file system that can be written to"};
+        case ENOSPC:
+        case EDQUOT:
+            return {WBEM_E_OUT_OF_DISK_SPACE, reason + ". Nothing was changed; make room and try again"};
+        case ENOMEM:
+            return {WBEM_E_OUT_OF_MEMORY, reason};
+        default:
+            return {WBEM_E_NOT_AVAILABLE, reason};
+    }
+}
+
+// Makes the directory and those above it. A store's own directory is for its account alone.
+Status MakeDirectory(const std::string& directory) {
+    if (directory.empty())
+        return {WBEM_E_NOT_AVAILABLE, "the store's directory has no name: set MGMT_STORE or HOME"};
+    for (size_t end = directory.find('/', 1); end != std::string::npos; end = directory.find('/', end + 1)) {
+        const std::string parent = directory.substr(0, end);
+        if (mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) {
+            return SystemFault(errno, "the directory " + parent + " for the store cannot be made");
+        }
+    }
+    if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+        return SystemFault(errno, "the store " + directory + " cannot be made");
+    }
+    return {};
+}
+
+// So that a store that was just made is still there after a power failure.
+void SyncDirectory(const std::string& directory) noexcept {
+    for (const std::string& path : {directory, directory + "/.."}) {
+        const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0) continue;
+        fsync(fd);
+        close(fd);
+    }
+}
+
+}  // namespace
+
+LmdbEnvironment::LmdbEnvironment(std::string directory, const StoreOptions& options)
+    : directory_(std::move(directory)), options_(options), fork_count_(ForkCount()) {}
+
+LmdbEnvironment::~LmdbEnvironment() {
+    if (!env_ || IsAbandoned()) return;
+    for (MDB_txn* txn : idle_readers_)
+        mdb_txn_abort(txn);
+    mdb_env_close(env_);
+}
+
+bool LmdbEnvironment::IsAbandoned() const noexcept {
+    return fork_count_ != ForkCount();
+}
+
+bool LmdbEnvironment::IsInPlace() const noexcept {
+    int fd = -1;
+    struct stat used {};
+    struct stat found {};
+    return mdb_env_get_fd(env_, &fd) == 0 && fstat(fd, &used) == 0 &&
+           stat((directory_ + "/data.mdb").c_str(), &found) == 0 && used.st_dev == found.st_dev &&
+           used.st_ino == found.st_ino;
+}
+
+Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string& directory,
+                                                               const StoreOptions& options) {
+    SERVICE_RETURN_IF_ERROR(MakeDirectory(directory));
+    struct stat facts {};
+    if (stat(directory.c_str(), &facts) != 0)
+        return SystemFault(errno, "the store " + directory + " cannot be opened");
+    if (!S_ISDIR(facts.st_mode)) return SystemFault(ENOTDIR, "the store " + directory + " cannot be opened");
+
+    Registry& registry = *TheRegistry();
+    const std::lock_guard lock(registry.mutex);
+    // A child forgets its parent's environments; those it still holds are abandoned.
+    if (std::exchange(registry.fork_count, ForkCount()) != ForkCount()) registry.environments.clear();
+    std::weak_ptr<LmdbEnvironment>& entry = registry.environments[{facts.st_dev, facts.st_ino}];
+    // A directory that was removed and made again may have the inode of the one before.
+    if (auto environment = entry.lock(); environment && environment->IsInPlace()) return environment;
+
+    const auto environment = std::shared_ptr<LmdbEnvironment>(new LmdbEnvironment(directory, options));
+    SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
+    SERVICE_RETURN_IF_ERROR(environment->OpenTables());
+    entry = environment;
+    return environment;
+}
+
+Status LmdbEnvironment::OpenFiles() {
+    const std::string what = "the store " + directory_ + " cannot be opened";
+    const bool is_new = access((directory_ + "/data.mdb").c_str(), F_OK) != 0;
+    // A system that limits address space gets a smaller map, which grows like any other.
+    for (size_t bytes = options_.map_bytes;; bytes /= 2) {
+        int code = mdb_env_create(&env_);
+        if (code != 0) return StatusOf(code, what);
+        mdb_env_set_maxdbs(env_, 8);
+        mdb_env_set_maxreaders(env_, options_.max_readers);
+        mdb_env_set_mapsize(env_, bytes);
+        code = mdb_env_open(env_, directory_.c_str(), MDB_NOTLS | MDB_NOMETASYNC, kFileMode);
+        if (code == 0) break;
+        mdb_env_close(env_);
+        env_ = nullptr;
+        if (code != ENOMEM || bytes / 2 < kSmallestMap) return StatusOf(code, what);
+    }
+    int dead_readers = 0;
+    mdb_reader_check(env_, &dead_readers);
+    if (is_new) SyncDirectory(directory_);
+    return {};
+}
+
+// Begins a transaction before any other thread has the environment, so that the map may follow at once.
+int LmdbEnvironment::BeginAlone(unsigned flags, MDB_txn*& txn) {
+    int code = mdb_txn_begin(env_, nullptr, flags, &txn);
+    while (code == MDB_MAP_RESIZED) {
+        code = mdb_env_set_mapsize(env_, 0);
+        if (code == 0) code = mdb_txn_begin(env_, nullptr, flags, &txn);
+    }
+    return code;
+}
+
+// A store that is there is opened by reading it, which needs no write and waits for no writer.
+Status LmdbEnvironment::OpenTables() {
+    const std::string what = "the store " + directory_ + " cannot be read";
+    MDB_txn* txn = nullptr;
+    int code = BeginAlone(MDB_RDONLY, txn);
+    if (code != 0) return StatusOf(code, what);
+    code = OpenTables(txn, 0);
+    if (code == MDB_NOTFOUND) {
+        mdb_txn_abort(txn);
+        return MakeTables();
+    }
+    Status fault = code == 0 ? CheckFormat(txn) : StatusOf(code, what);
+    if (fault.ok()) code = redo_.Locate(env_, txn, tables_.redo);
+    // Committing is what keeps the handles of the tables for later transactions.
+    const int committed = mdb_txn_commit(txn);
+    if (!fault.ok()) return fault;
+    if (code != 0 || committed != 0) return StatusOf(code != 0 ? code : committed, what);
+    return RedoLostCommits();
+}
+
+int LmdbEnvironment::OpenTables(MDB_txn* txn, unsigned flags) {
+    int code = mdb_dbi_open(txn, "meta", flags, &tables_.meta);
+    if (code == 0) code = mdb_dbi_open(txn, "schema", flags, &tables_.schema);
+    if (code == 0) code = mdb_dbi_open(txn, "instances", flags, &tables_.instances);
+    if (code == 0) code = mdb_dbi_open(txn, "log", flags | MDB_INTEGERKEY, &tables_.log);
+    if (code == 0) code = mdb_dbi_open(txn, "redo", flags, &tables_.redo);
+    return code;
+}
+
+// Another process may have made them since they were looked for.
+Status LmdbEnvironment::MakeTables() {
+    const std::string what = "the store " + directory_ + " cannot be made";
+    MDB_txn* txn = nullptr;
+    int code = BeginAlone(0, txn);
+    if (code != 0) return StatusOf(code, what);
+    code = OpenTables(txn, 0);
+    const bool is_made = code == 0;
+    MDB_dbi main = 0;
+    MDB_stat facts{};
+    if (code == MDB_NOTFOUND) code = mdb_dbi_open(txn, nullptr, 0, &main);
+    if (code == 0) code = mdb_stat(txn, main, &facts);
+    if (code == 0 && !is_made && facts.ms_entries != 0) {
+        mdb_txn_abort(txn);
+        return {WBEM_E_CRITICAL_ERROR,
+                directory_ +
+                    " holds an LMDB database of another program: name another directory with MGMT_STORE"};
+    }
+    if (code == 0 && !is_made) code = OpenTables(txn, MDB_CREATE);
+    if (code == 0 && !is_made) code = RedoSlots::Create(txn, tables_.redo);
+    if (code == 0 && !is_made) {
+        MDB_val key = ValueOf(kFormatKey);
+        uint32_t format = kStoreFormat;
+        MDB_val value{sizeof format, &format};
+        code = mdb_put(txn, tables_.meta, &key, &value, 0);
+    }
+    if (code == 0) {
+        code = mdb_txn_commit(txn);
+        if (code == 0) code = mdb_env_sync(env_, 1);
+    } else {
+        mdb_txn_abort(txn);
+    }
+    return code == 0 ? OpenTables() : StatusOf(code, what);
+}
+
+// Carries out again what a crash of the system took from the file: the commit, or the one after it, whose
+// meta page was not on the disk yet. Rarely there is one whose writer died before it was done, or is just
+// at it; then LMDB's lock tells.
+Status LmdbEnvironment::RedoLostCommits() {
+    const std::string what = "the last changes of the store " + directory_ + " cannot be restored";
+    std::string operations;
+    MDB_envinfo info{};
+    mdb_env_info(env_, &info);
+    for (uint64_t number = info.me_last_txnid + 1; redo_.Read(number, operations);) {
+        MDB_txn* txn = nullptr;
+        int code = BeginAlone(0, txn);
+        if (code != 0) return StatusOf(code, what);
+        if (mdb_txn_id(txn) != number || !redo_.Read(number, operations)) {
+            mdb_txn_abort(txn);
+            return {};
+        }
+        code = Replay(txn, tables_, operations);
+        if (code == 0) {
+            code = mdb_txn_commit(txn);
+            if (code == 0) code = mdb_env_sync(env_, 1);
+        } else {
+            mdb_txn_abort(txn);
+        }
+        // The writer may have had a larger map than this process has.
+        mdb_env_info(env_, &info);
+        if (code == 0) {
+            ++number;
+        } else if (code != MDB_MAP_FULL || mdb_env_set_mapsize(env_, info.me_mapsize * 2) != 0) {
+            return StatusOf(code, what);
+        }
+    }
+    return {};
+}
+
+Status LmdbEnvironment::CheckFormat(MDB_txn* txn) {
+    MDB_val key = ValueOf(kFormatKey);
+    MDB_val value{};
+    uint32_t format = 0;
+    const int code = mdb_get(txn, tables_.meta, &key, &value);
+    if (code == 0 && value.mv_size == sizeof format) std::memcpy(&format, value.mv_data, sizeof format);
+    if (format == kStoreFormat) return {};
+    if (format == 0)
+        return {WBEM_E_CRITICAL_ERROR, directory_ + " is no store of this service, or it is damaged"};
+    return {WBEM_E_NOT_AVAILABLE, "the store " + directory_ + " has format " + std::to_string(format) +
+                                      ", this program reads format " + std::to_string(kStoreFormat) +
+                                      ": use the version that wrote it"};
+}
+
+Status LmdbEnvironment::StatusOf(int code, const std::string& what) const {
+    switch (code) {
+        case MDB_CORRUPTED:
+        case MDB_PAGE_NOTFOUND:
+        case MDB_INVALID:
+        case MDB_VERSION_MISMATCH:
+        case MDB_PANIC:
+            return {WBEM_E_CRITICAL_ERROR,
+                    what + ": " + mdb_strerror(code) + ". The data file " + directory_ +
+                        "/data.mdb is damaged or is no store; restore it from a backup"};
+        case MDB_READERS_FULL:
+            return {WBEM_E_QUOTA_VIOLATION,
+                    what + ": more than " + std::to_string(options_.max_readers) +
+                        " readers at once; end some of the processes that read the store"};
+        case MDB_TXN_FULL:
+            return {WBEM_E_QUOTA_VIOLATION, what + ": too much was changed at once"};
+        default:
+            if (code > 0) return SystemFault(code, what);
+            return {WBEM_E_PROVIDER_FAILURE, what + ": " + mdb_strerror(code)};
+    }
+}
+
+// Returns LMDB's result. A transaction object used before is renewed, which takes no system call.
+int LmdbEnvironment::BeginRead(MDB_txn*& txn) {
+    std::unique_lock lock(mutex_);
+    EnterTransaction(lock);
+    if (!idle_readers_.empty()) {
+        txn = idle_readers_.back();
+        idle_readers_.pop_back();
+        lock.unlock();
+        const int code = mdb_txn_renew(txn);
+        if (code == 0) return 0;
+        mdb_txn_abort(txn);
+        txn = nullptr;
+        LeaveTransaction();
+        return code;
+    }
+    // Room for its return is made here, where an exception can still be thrown.
+    try {
+        idle_readers_.reserve(running_ + idle_readers_.size());
+    } catch (...) {
+        --running_;
+        throw;
+    }
+    lock.unlock();
+    int code = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    if (code == MDB_READERS_FULL) {
+        int dead_readers = 0;
+        mdb_reader_check(env_, &dead_readers);
+        if (dead_readers > 0) code = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    }
+    if (code != 0) {
+        txn = nullptr;
+        LeaveTransaction();
+    }
+    return code;
+}
+
+void LmdbEnvironment::EndRead(MDB_txn* txn) noexcept {
+    if (IsAbandoned()) return;
+    mdb_txn_reset(txn);
+    const std::lock_guard lock(mutex_);
+    if (idle_readers_.size() < idle_readers_.capacity()) {
+        idle_readers_.push_back(txn);
+    } else {
+        mdb_txn_abort(txn);
+    }
+    --running_;
+    if (is_resizing_) changed_.notify_all();
+}
+
+int LmdbEnvironment::BeginWrite(MDB_txn*& txn) {
+    {
+        std::unique_lock lock(mutex_);
+        EnterTransaction(lock);
+    }
+    const int code = mdb_txn_begin(env_, nullptr, 0, &txn);
+    if (code != 0) {
+        txn = nullptr;
+        LeaveTransaction();
+    }
+    return code;
+}
+
+void LmdbEnvironment::EnterTransaction(std::unique_lock<std::mutex>& lock) {
+    changed_.wait(lock, [this] { return !is_resizing_ || ThreadInside::IsWithin(*this); });
+    ++running_;
+}
+
+void LmdbEnvironment::LeaveTransaction() noexcept {
+    const std::lock_guard lock(mutex_);
+    --running_;
+    if (is_resizing_) changed_.notify_all();
+}
+
+// Empties the slot of a commit that failed, or the next opening would carry out what the caller was told was
+// not done. Another process may have committed under the number since; then the slot is its own.
+void LmdbEnvironment::ForgetRedo(uint64_t number) noexcept {
+    MDB_txn* txn = nullptr;
+    if (mdb_txn_begin(env_, nullptr, 0, &txn) != 0) return;
+    if (mdb_txn_id(txn) == number) redo_.Write(number, {});
+    mdb_txn_abort(txn);
+}
+
+// Sets the map's size, 0 for the size that another process gave it, once no transaction runs.
+int LmdbEnvironment::Resize(size_t bytes) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !is_resizing_; });
+    is_resizing_ = true;
+    changed_.wait(lock, [this] { return running_ == 0; });
+    const int code = mdb_env_set_mapsize(env_, bytes);
+    is_resizing_ = false;
+    changed_.notify_all();
+    return code;
+}
+
+Status LmdbEnvironment::Grow() {
+    int dead_readers = 0;
+    mdb_reader_check(env_, &dead_readers);
+    MDB_envinfo info{};
+    mdb_env_info(env_, &info);
+    const int code = Resize(info.me_mapsize * 2);
+    return code == 0 ? Status() : StatusOf(code, "the store " + directory_ + " cannot grow");
+}
+
+void ThreadInside::Enter(const LmdbEnvironment& environment) noexcept {
+    environment_ = &environment;
+    outer_ = std::exchange(t_inside, this);
+}
+
+void ThreadInside::Leave() noexcept {
+    if (std::exchange(environment_, nullptr)) t_inside = outer_;
+}
+
+bool ThreadInside::IsWithin(const LmdbEnvironment& environment) noexcept {
+    for (const ThreadInside* each = t_inside; each; each = each->outer_) {
+        if (each->environment_ == &environment) return true;
+    }
+    return false;
+}
+
+// While the map is looked at, another process may grow it once more. A thread that is inside already cannot
+// have it resized.
+Status ReadTransaction::Begin() {
+    int code = environment_.BeginRead(txn_);
+    while (code == MDB_MAP_RESIZED && !ThreadInside::IsWithin(environment_)) {
+        code = environment_.Resize(0);
+        if (code == 0) code = environment_.BeginRead(txn_);
+    }
+    if (code != 0) {
+        return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be read");
+    }
+    inside_.Enter(environment_);
+    return {};
+}
+
+Status WriteTransaction::Begin() {
+    int code = environment_.BeginWrite(txn_);
+    while (code == MDB_MAP_RESIZED && !ThreadInside::IsWithin(environment_)) {
+        code = environment_.Resize(0);
+        if (code == 0) code = environment_.BeginWrite(txn_);
+    }
+    if (code != 0) {
+        return environment_.StatusOf(code,
+                                     "the store " + environment_.directory() + " cannot be written to");
+    }
+    inside_.Enter(environment_);
+    return {};
+}
+
+int WriteTransaction::Put(MDB_dbi table, MDB_val key, MDB_val value, unsigned flags) {
+    const int code = mdb_put(txn_, table, &key, &value, flags);
+    if (code == 0) Note(kRedoPut, table, key, value);
+    return code;
+}
+
+int WriteTransaction::Delete(MDB_dbi table, MDB_val key) {
+    const int code = mdb_del(txn_, table, &key, nullptr);
+    if (code == 0) Note(kRedoDelete, table, key, {0, nullptr});
+    return code;
+}
+
+void WriteTransaction::Note(uint8_t operation, MDB_dbi table, const MDB_val& key, const MDB_val& value) {
+    constexpr size_t kOverhead = 16;
+    if (fits_redo_)
+        fits_redo_ = redo_.size() + kOverhead + key.mv_size + value.mv_size <= RedoSlots::kCapacity;
+    if (!fits_redo_) {
+        redo_.clear();
+        return;
+    }
+    const std::array<MDB_dbi, 4> numbered = Numbered(environment_.tables_);
+    const auto number = std::find(numbered.begin(), numbered.end(), table) - numbered.begin();
+    ByteWriter out(redo_);
+    out.U8(operation);
+    out.U8(static_cast<uint8_t>(number));
+    out.Text(ViewOf(key));
+    out.Text(ViewOf(value));
+}
+
+// A commit that does not fit the slots needs LMDB's second flush, which the environment leaves out. Its slot
+// is emptied all the same: it may hold what a killed process was about to commit under this number.
+int WriteTransaction::Commit() {
+    if (fits_redo_ && redo_.empty()) return 0;
+    const uint64_t number = mdb_txn_id(txn_);
+    const bool is_written = environment_.redo_.Write(number, redo_);
+    const bool is_redoable = is_written && fits_redo_;
+    MDB_txn* txn = std::exchange(txn_, nullptr);
+    int code = mdb_txn_commit(txn);
+    if (code != 0 && is_written) environment_.ForgetRedo(number);
+    if (code == 0 && !is_redoable) code = mdb_env_sync(environment_.env_, 1);
+    environment_.LeaveTransaction();
+    inside_.Leave();
+    return code;
+}
+
+WriteTransaction::~WriteTransaction() {
+    if (!txn_) return;
+    mdb_txn_abort(txn_);
+    environment_.LeaveTransaction();
+}
+
+}  // namespace service

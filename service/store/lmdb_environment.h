@@ -1,0 +1,168 @@
+// LmdbEnvironment: one LMDB environment, and LMDB's own rules in one place. Only for service/store.
+//
+//   ReadTransaction txn(*environment);
+//   if (Status fault = txn.Begin(); !fault.ok()) return fault;
+//   mdb_get(txn.get(), environment->tables().instances, ...);
+//
+// The rules it keeps:
+// - One environment a store and process: environments are shared by the directory's device and inode.
+// - None across fork: the child abandons the parent's environment, unclosed, because closing its lock file
+//   would drop the locks that the child's own environment holds; the next use opens a new one.
+// - Read transactions do not belong to threads (MDB_NOTLS) and are kept for reuse, so that a read costs no
+//   system call; the slots of processes that died are cleared when the store is opened, when slots run out
+//   and before the map grows.
+// - The map grows when it is full, and follows when another process grew it; both need that no transaction
+//   of this process runs, so new ones wait meanwhile, but for those of a thread that is inside already: the
+//   resize waits for it.
+// - A commit is on the disk when it has returned, with one flush where redo_slots.h allows it.
+//
+// Any number of threads may use one environment; a transaction belongs to one thread at a time.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <lmdb.h>
+
+#include "service/model/status.h"
+#include "service/store/redo_slots.h"
+#include "service/store/store.h"
+
+namespace service {
+
+struct LmdbTables {
+    MDB_dbi meta = 0;
+    MDB_dbi schema = 0;
+    MDB_dbi instances = 0;
+    MDB_dbi log = 0;
+    MDB_dbi redo = 0;
+};
+
+class LmdbEnvironment {
+ public:
+    // The environment of `directory`, opened or shared. Makes directory and tables as needed.
+    static Result<std::shared_ptr<LmdbEnvironment>> Open(const std::string& directory,
+                                                         const StoreOptions& options);
+
+    ~LmdbEnvironment();
+    LmdbEnvironment(const LmdbEnvironment&) = delete;
+    LmdbEnvironment& operator=(const LmdbEnvironment&) = delete;
+
+    const LmdbTables& tables() const noexcept { return tables_; }
+    const StoreOptions& options() const noexcept { return options_; }
+    const std::string& directory() const noexcept { return directory_; }
+
+    // Whether the process was forked since: the environment must be opened anew.
+    bool IsAbandoned() const noexcept;
+
+    // Whether the directory still has the data file that this environment uses.
+    bool IsInPlace() const noexcept;
+
+    // Doubles the map. Called with no transaction open on this thread.
+    Status Grow();
+
+    // The status of LMDB's or the system's error `code`, met while doing `what`.
+    Status StatusOf(int code, const std::string& what) const;
+
+ private:
+    friend class ReadTransaction;
+    friend class WriteTransaction;
+
+    LmdbEnvironment(std::string directory, const StoreOptions& options);
+    Status OpenFiles();
+    int BeginAlone(unsigned flags, MDB_txn*& txn);
+    Status OpenTables();
+    Status CheckFormat(MDB_txn* txn);
+    int OpenTables(MDB_txn* txn, unsigned flags);
+    Status MakeTables();
+    Status RedoLostCommits();
+    int BeginRead(MDB_txn*& txn);
+    void EndRead(MDB_txn* txn) noexcept;
+    int BeginWrite(MDB_txn*& txn);
+    void ForgetRedo(uint64_t number) noexcept;
+    void EnterTransaction(std::unique_lock<std::mutex>& lock);
+    void LeaveTransaction() noexcept;
+    int Resize(size_t bytes);
+
+    const std::string directory_;
+    const StoreOptions options_;
+    const unsigned fork_count_;
+    MDB_env* env_ = nullptr;
+    LmdbTables tables_;
+    RedoSlots redo_;
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<MDB_txn*> idle_readers_;
+    size_t running_ = 0;  // transactions of this process
+    bool is_resizing_ = false;
+};
+
+// Marks the thread as inside an environment. Marks of one thread end in the reverse order of their begin.
+class ThreadInside {
+ public:
+    ThreadInside() noexcept = default;
+    ~ThreadInside() { Leave(); }
+    ThreadInside(const ThreadInside&) = delete;
+    ThreadInside& operator=(const ThreadInside&) = delete;
+
+    void Enter(const LmdbEnvironment& environment) noexcept;
+    void Leave() noexcept;
+
+    static bool IsWithin(const LmdbEnvironment& environment) noexcept;
+
+ private:
+    const LmdbEnvironment* environment_ = nullptr;
+    const ThreadInside* outer_ = nullptr;
+};
+
+class ReadTransaction {
+ public:
+    explicit ReadTransaction(LmdbEnvironment& environment) noexcept : environment_(environment) {}
+    ~ReadTransaction() {
+        if (txn_) environment_.EndRead(txn_);
+    }
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+    Status Begin();
+    MDB_txn* get() const noexcept { return txn_; }
+
+ private:
+    LmdbEnvironment& environment_;
+    ThreadInside inside_;
+    MDB_txn* txn_ = nullptr;
+};
+
+class WriteTransaction {
+ public:
+    explicit WriteTransaction(LmdbEnvironment& environment) noexcept : environment_(environment) {}
+    // Aborts what was not committed.
+    ~WriteTransaction();
+    WriteTransaction(const WriteTransaction&) = delete;
+    WriteTransaction& operator=(const WriteTransaction&) = delete;
+
+    Status Begin();
+    // The three ways to change the tables; LMDB's result. Nothing else may change them.
+    int Put(MDB_dbi table, MDB_val key, MDB_val value, unsigned flags = 0);
+    int Delete(MDB_dbi table, MDB_val key);
+
+    // LMDB's result; on success the transaction is on the disk.
+    int Commit();
+    MDB_txn* get() const noexcept { return txn_; }
+
+ private:
+    void Note(uint8_t operation, MDB_dbi table, const MDB_val& key, const MDB_val& value);
+
+    LmdbEnvironment& environment_;
+    ThreadInside inside_;
+    MDB_txn* txn_ = nullptr;
+    std::string redo_;  // the operations so far, as long as they fit the slot
+    bool fits_redo_ = true;
+};
+
+}  // namespace service

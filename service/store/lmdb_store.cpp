@@ -1,0 +1,501 @@
+// The tables of an LMDB store. Integers in keys are big-endian where order matters.
+//
+//   meta       "format" u32, "schema-generation" u64, "next-id" u32
+//   schema     what the repository files there
+//   instances  short-key -> record                        ; keys that fit LMDB's limit
+//              long-key  -> u32 length, key, record
+//   log        u64 number (native order) -> change
+//
+//   short-key = u32 class-id, 0x00, key
+//   long-key  = u32 class-id, 0x01, the key's first kLongKeyPrefix bytes, u64 XXH3 of the key, u16 ordinal
+//               ; keys that agree in prefix and hash have ordinals 0, 1, 2, ... without a gap
+//   change    = u8 format (1), u8 kind, u32 class-id, u64 time, u32 length, key, u32 length, before,
+//               u32 length, after
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#define XXH_INLINE_ALL
+#include <lmdb.h>
+#include <xxhash.h>
+
+#include "service/store/bytes.h"
+#include "service/store/fork.h"
+#include "service/store/lmdb_environment.h"
+#include "service/store/store.h"
+
+namespace service {
+namespace {
+
+constexpr uint8_t kChangeFormat = 1;
+constexpr size_t kMaxLmdbKey = 511;
+constexpr size_t kKeyHeader = 5;
+constexpr size_t kLongKeyPrefix = 400;
+constexpr unsigned kMaxLongKeyOrdinal = 0xFFFF;
+// Old entries go some at a time, so that not every change pays for removing one.
+constexpr int kLogTrimBatch = 64;
+constexpr std::string_view kGenerationKey = "schema-generation";
+constexpr std::string_view kNextIdKey = "next-id";
+
+MDB_val ValueOf(std::string_view bytes) noexcept {
+    return {bytes.size(), const_cast<char*>(bytes.data())};
+}
+std::string_view ViewOf(const MDB_val& value) noexcept {
+    return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+// A key of the table `instances`, without an allocation.
+class InstanceTableKey {
+ public:
+    InstanceTableKey(uint32_t class_id, std::string_view key) noexcept
+        : is_long_(kKeyHeader + key.size() > kMaxLmdbKey) {
+        AppendBigEndian(class_id, 4);
+        bytes_[size_++] = is_long_ ? 1 : 0;
+        const std::string_view kept = is_long_ ? key.substr(0, kLongKeyPrefix) : key;
+        size_ += kept.copy(bytes_.data() + size_, kept.size());
+        if (!is_long_) return;
+        AppendBigEndian(XXH3_64bits(key.data(), key.size()), 8);
+        AppendBigEndian(0, 2);
+    }
+
+    bool IsLong() const noexcept { return is_long_; }
+    void SetOrdinal(unsigned ordinal) noexcept {
+        size_ -= 2;
+        AppendBigEndian(ordinal, 2);
+    }
+    MDB_val value() noexcept { return {size_, bytes_.data()}; }
+
+ private:
+    void AppendBigEndian(uint64_t value, int count) noexcept {
+        for (int shift = 8 * (count - 1); shift >= 0; shift -= 8) {
+            bytes_[size_++] = static_cast<char>(value >> shift);
+        }
+    }
+
+    std::array<char, kMaxLmdbKey> bytes_{};
+    size_t size_ = 0;
+    bool is_long_;
+};
+
+// Splits what stands under a long key; false for a damaged entry.
+bool SplitLongEntry(std::string_view entry, std::string_view& key, std::string_view& record) noexcept {
+    ByteReader in(entry);
+    key = in.Text();
+    record = in.rest();
+    return in.ok();
+}
+
+class Cursor {
+ public:
+    Cursor() = default;
+    ~Cursor() {
+        if (cursor_) mdb_cursor_close(cursor_);
+    }
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    int Open(MDB_txn* txn, MDB_dbi table) noexcept { return mdb_cursor_open(txn, table, &cursor_); }
+    int Get(MDB_val& key, MDB_val& value, MDB_cursor_op operation) noexcept {
+        return mdb_cursor_get(cursor_, &key, &value, operation);
+    }
+
+ private:
+    MDB_cursor* cursor_ = nullptr;
+};
+
+bool DecodeChange(uint64_t number, std::string_view bytes, ChangeView& change) noexcept {
+    ByteReader in(bytes);
+    if (in.U8() != kChangeFormat) return false;
+    change.number = number;
+    change.kind = static_cast<ChangeKind>(in.U8());
+    change.class_id = in.U32();
+    change.time_ns = static_cast<int64_t>(in.U64());
+    change.key = in.Text();
+    change.before = in.Text();
+    change.after = in.Text();
+    return in.ok() && in.AtEnd();
+}
+
+// One transaction's view of the tables; the writer's changes come on top.
+class LmdbTransaction final : public StoreWriter {
+ public:
+    // `writer` is null for a transaction that only reads.
+    LmdbTransaction(const LmdbEnvironment& environment, MDB_txn* txn, WriteTransaction* writer) noexcept
+        : environment_(environment), txn_(txn), writer_(writer) {}
+
+    // Whether an operation met a full map: the transaction must be run again in a larger one.
+    bool NeedsRoom() const noexcept { return needs_room_; }
+
+    // A writer's own number is that of the state it will leave; it began from the one before.
+    uint64_t StateNumber() const noexcept override { return mdb_txn_id(txn_) - (writer_ ? 1 : 0); }
+
+    Status SchemaGeneration(uint64_t& generation) override { return GetNumber(kGenerationKey, generation); }
+
+    Status GetSchema(std::string_view key, std::string_view& record, bool& found) override {
+        MDB_val k = ValueOf(key), v{};
+        return Found(mdb_get(txn_, tables().schema, &k, &v), v, record, found);
+    }
+
+    Status ScanSchema(std::string_view prefix,
+                      FunctionRef<bool(std::string_view, std::string_view)> visit) override {
+        return ScanPrefix(tables().schema, prefix,
+                          [&](std::string_view key, std::string_view record, bool& go_on) {
+                              go_on = visit(key, record);
+                              return Status();
+                          });
+    }
+
+    Status GetInstance(uint32_t class_id, std::string_view key, std::string_view& record,
+                       bool& found) override {
+        InstanceTableKey table_key(class_id, key);
+        if (table_key.IsLong()) {
+            unsigned ordinal = 0;
+            return FindLong(table_key, key, ordinal, record, found);
+        }
+        MDB_val k = table_key.value(), v{};
+        return Found(mdb_get(txn_, tables().instances, &k, &v), v, record, found);
+    }
+
+    Status ScanInstances(uint32_t class_id, FunctionRef<bool(std::string_view)> visit) override {
+        InstanceTableKey start(class_id, {});
+        const std::string_view prefix = ViewOf(start.value()).substr(0, kKeyHeader - 1);
+        return ScanPrefix(tables().instances, prefix,
+                          [&](std::string_view key, std::string_view entry, bool& go_on) {
+                              std::string_view record = entry, whole_key;
+                              if (key.size() > kKeyHeader && key[kKeyHeader - 1] == 1 &&
+                                  !SplitLongEntry(entry, whole_key, record)) {
+                                  return Damaged("an instance with a long key");
+                              }
+                              go_on = visit(record);
+                              return Status();
+                          });
+    }
+
+    Status LastChange(uint64_t& number) override { return EndOfLog(MDB_LAST, number); }
+
+    Status ScanChanges(uint64_t number, bool& is_complete,
+                       FunctionRef<bool(const ChangeView&)> visit) override {
+        is_complete = true;
+        Cursor cursor;
+        uint64_t from = number + 1;
+        MDB_val k{sizeof from, &from}, v{};
+        int code = cursor.Open(txn_, tables().log);
+        if (code == 0) code = cursor.Get(k, v, MDB_SET_RANGE);
+        for (bool is_first = true; code == 0; code = cursor.Get(k, v, MDB_NEXT), is_first = false) {
+            uint64_t found = 0;
+            std::memcpy(&found, k.mv_data, sizeof found);
+            if (is_first && found != from) is_complete = false;
+            ChangeView change;
+            if (!DecodeChange(found, ViewOf(v), change))
+                return Damaged("entry " + std::to_string(found) + " of the change log");
+            if (!visit(change)) return {};
+        }
+        return code == MDB_NOTFOUND ? Status() : Fault(code);
+    }
+
+    Status NextId(uint32_t& id) override {
+        uint64_t last = 0;
+        SERVICE_RETURN_IF_ERROR(GetNumber(kNextIdKey, last));
+        if (last >= UINT32_MAX)
+            return {WBEM_E_QUOTA_VIOLATION, "the store has no numbers for further classes"};
+        id = static_cast<uint32_t>(last + 1);
+        return PutNumber(kNextIdKey, last + 1);
+    }
+
+    Status PutSchema(std::string_view key, std::string_view record) override {
+        MDB_val k = ValueOf(key), v = ValueOf(record);
+        if (const int code = writer_->Put(tables().schema, k, v); code != 0) return Fault(code);
+        return SchemaChanged();
+    }
+
+    Status DeleteSchema(std::string_view key) override {
+        MDB_val k = ValueOf(key);
+        if (const int code = writer_->Delete(tables().schema, k); code != 0 && code != MDB_NOTFOUND) {
+            return Fault(code);
+        }
+        return SchemaChanged();
+    }
+
+    Status PutInstance(uint32_t class_id, std::string_view key, std::string_view before,
+                       std::string_view after) override {
+        // The log comes first: `before` refers to the page that the put changes.
+        SERVICE_RETURN_IF_ERROR(
+            Log(before.empty() ? ChangeKind::kCreated : ChangeKind::kModified, class_id, key, before, after));
+        InstanceTableKey table_key(class_id, key);
+        MDB_val v = ValueOf(after);
+        std::string long_entry;
+        if (table_key.IsLong()) {
+            unsigned ordinal = 0;
+            std::string_view record;
+            bool found = false;
+            SERVICE_RETURN_IF_ERROR(FindLong(table_key, key, ordinal, record, found));
+            ByteWriter entry(long_entry);
+            entry.Text(key);
+            entry.Raw(after);
+            v = ValueOf(long_entry);
+        }
+        MDB_val k = table_key.value();
+        const int code = writer_->Put(tables().instances, k, v);
+        return code == 0 ? Status() : Fault(code);
+    }
+
+    Status DeleteInstance(uint32_t class_id, std::string_view key, std::string_view before) override {
+        SERVICE_RETURN_IF_ERROR(Log(ChangeKind::kDeleted, class_id, key, before, {}));
+        InstanceTableKey table_key(class_id, key);
+        if (table_key.IsLong()) return DeleteLong(table_key, key);
+        MDB_val k = table_key.value();
+        const int code = writer_->Delete(tables().instances, k);
+        return code == 0 ? Status() : Fault(code);
+    }
+
+ private:
+    const LmdbTables& tables() const noexcept { return environment_.tables(); }
+
+    Status Fault(int code) {
+        needs_room_ = needs_room_ || code == MDB_MAP_FULL;
+        return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be used");
+    }
+
+    Status Damaged(const std::string& what) const {
+        return {WBEM_E_CRITICAL_ERROR,
+                what + " in the store " + environment_.directory() + " is damaged: restore it from a backup"};
+    }
+
+    Status Found(int code, const MDB_val& value, std::string_view& record, bool& found) {
+        found = code == 0;
+        if (found) record = ViewOf(value);
+        return code == 0 || code == MDB_NOTFOUND ? Status() : Fault(code);
+    }
+
+    // Calls visit(key, value, go_on) for every entry whose key begins with `prefix`.
+    template <typename Visit>
+    Status ScanPrefix(MDB_dbi table, std::string_view prefix, Visit visit) {
+        Cursor cursor;
+        MDB_val k = ValueOf(prefix), v{};
+        int code = cursor.Open(txn_, table);
+        if (code == 0) code = cursor.Get(k, v, MDB_SET_RANGE);
+        for (bool go_on = true; code == 0; code = cursor.Get(k, v, MDB_NEXT)) {
+            if (!ViewOf(k).starts_with(prefix)) return {};
+            SERVICE_RETURN_IF_ERROR(visit(ViewOf(k), ViewOf(v), go_on));
+            if (!go_on) return {};
+        }
+        return code == MDB_NOTFOUND ? Status() : Fault(code);
+    }
+
+    Status GetNumber(std::string_view name, uint64_t& number) {
+        MDB_val k = ValueOf(name), v{};
+        number = 0;
+        const int code = mdb_get(txn_, tables().meta, &k, &v);
+        if (code == MDB_NOTFOUND) return {};
+        if (code != 0) return Fault(code);
+        if (v.mv_size != sizeof number) return Damaged("the number " + std::string(name));
+        std::memcpy(&number, v.mv_data, sizeof number);
+        return {};
+    }
+
+    Status PutNumber(std::string_view name, uint64_t number) {
+        MDB_val k = ValueOf(name), v{sizeof number, &number};
+        const int code = writer_->Put(tables().meta, k, v);
+        return code == 0 ? Status() : Fault(code);
+    }
+
+    Status SchemaChanged() {
+        uint64_t generation = 0;
+        SERVICE_RETURN_IF_ERROR(GetNumber(kGenerationKey, generation));
+        return PutNumber(kGenerationKey, generation + 1);
+    }
+
+    // Leaves `table_key` at the entry of `key`, or at the first free ordinal when there is none.
+    Status FindLong(InstanceTableKey& table_key, std::string_view key, unsigned& ordinal,
+                    std::string_view& record, bool& found) {
+        found = false;
+        for (ordinal = 0; ordinal <= kMaxLongKeyOrdinal; ++ordinal) {
+            table_key.SetOrdinal(ordinal);
+            MDB_val k = table_key.value(), v{};
+            const int code = mdb_get(txn_, tables().instances, &k, &v);
+            if (code == MDB_NOTFOUND) return {};
+            if (code != 0) return Fault(code);
+            std::string_view found_key;
+            if (!SplitLongEntry(ViewOf(v), found_key, record)) return Damaged("an instance with a long key");
+            found = found_key == key;
+            if (found) return {};
+        }
+        return {WBEM_E_QUOTA_VIOLATION, "too many long keys begin alike and have the same hash"};
+    }
+
+    // The last entry of those that share prefix and hash moves into the gap.
+    Status DeleteLong(InstanceTableKey& table_key, std::string_view key) {
+        unsigned gap = 0;
+        std::string_view record;
+        bool found = false;
+        SERVICE_RETURN_IF_ERROR(FindLong(table_key, key, gap, record, found));
+        if (!found) return {};
+        std::string last_entry;
+        unsigned last = gap;
+        for (unsigned next = gap + 1; next <= kMaxLongKeyOrdinal; ++next) {
+            table_key.SetOrdinal(next);
+            MDB_val k = table_key.value(), v{};
+            const int code = mdb_get(txn_, tables().instances, &k, &v);
+            if (code == MDB_NOTFOUND) break;
+            if (code != 0) return Fault(code);
+            last = next;
+            last_entry = ViewOf(v);
+        }
+        int code = 0;
+        if (last != gap) {
+            table_key.SetOrdinal(gap);
+            MDB_val k = table_key.value(), v = ValueOf(last_entry);
+            code = writer_->Put(tables().instances, k, v);
+        }
+        if (code == 0) {
+            table_key.SetOrdinal(last);
+            MDB_val k = table_key.value();
+            code = writer_->Delete(tables().instances, k);
+        }
+        return code == 0 ? Status() : Fault(code);
+    }
+
+    Status Log(ChangeKind kind, uint32_t class_id, std::string_view key, std::string_view before,
+               std::string_view after) {
+        uint64_t number = 0;
+        SERVICE_RETURN_IF_ERROR(LastChange(number));
+        ++number;
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        const size_t size = 2 + sizeof(uint32_t) + sizeof(uint64_t) + 3 * sizeof(uint32_t) + key.size() +
+                            before.size() + after.size();
+        std::string change;
+        change.reserve(size);
+        ByteWriter out(change);
+        out.U8(kChangeFormat);
+        out.U8(static_cast<uint8_t>(kind));
+        out.U32(class_id);
+        out.U64(static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count()));
+        out.Text(key);
+        out.Text(before);
+        out.Text(after);
+        MDB_val k{sizeof number, &number}, v = ValueOf(change);
+        if (const int code = writer_->Put(tables().log, k, v, MDB_APPEND); code != 0) return Fault(code);
+        return TrimLog();
+    }
+
+    bool LogIsTooLarge(size_t& entries) {
+        MDB_stat facts{};
+        mdb_stat(txn_, tables().log, &facts);
+        entries = facts.ms_entries;
+        const size_t pages = facts.ms_branch_pages + facts.ms_leaf_pages + facts.ms_overflow_pages;
+        return pages * facts.ms_psize > environment_.options().change_log_bytes;
+    }
+
+    // The newest entry always stays: it carries the number that the next one continues.
+    Status TrimLog() {
+        for (size_t entries = 0; LogIsTooLarge(entries) && entries > 1;) {
+            for (int i = 0; i < kLogTrimBatch && entries > 1; ++i, --entries) {
+                uint64_t oldest = 0;
+                SERVICE_RETURN_IF_ERROR(EndOfLog(MDB_FIRST, oldest));
+                const int code = writer_->Delete(tables().log, {sizeof oldest, &oldest});
+                if (code != 0) return Fault(code);
+            }
+        }
+        return {};
+    }
+
+    // The number of the first or the last entry; 0 for an empty log.
+    Status EndOfLog(MDB_cursor_op end, uint64_t& number) {
+        number = 0;
+        Cursor cursor;
+        MDB_val k{}, v{};
+        int code = cursor.Open(txn_, tables().log);
+        if (code == 0) code = cursor.Get(k, v, end);
+        if (code == MDB_NOTFOUND) return {};
+        if (code != 0) return Fault(code);
+        std::memcpy(&number, k.mv_data, sizeof number);
+        return {};
+    }
+
+    const LmdbEnvironment& environment_;
+    MDB_txn* const txn_;
+    WriteTransaction* const writer_;
+    bool needs_room_ = false;
+};
+
+class LmdbStore final : public Store {
+ public:
+    LmdbStore(std::string directory, const StoreOptions& options)
+        : directory_(std::move(directory)), options_(options) {}
+
+    Status Open() {
+        LmdbEnvironment* environment = nullptr;
+        return Environment(environment);
+    }
+
+    Status Read(FunctionRef<Status(StoreReader&)> read) override {
+        LmdbEnvironment* environment = nullptr;
+        SERVICE_RETURN_IF_ERROR(Environment(environment));
+        ReadTransaction txn(*environment);
+        SERVICE_RETURN_IF_ERROR(txn.Begin());
+        LmdbTransaction reader(*environment, txn.get(), nullptr);
+        return read(reader);
+    }
+
+    Status Write(FunctionRef<Status(StoreWriter&)> write) override {
+        LmdbEnvironment* environment = nullptr;
+        SERVICE_RETURN_IF_ERROR(Environment(environment));
+        while (true) {
+            {
+                WriteTransaction txn(*environment);
+                SERVICE_RETURN_IF_ERROR(txn.Begin());
+                LmdbTransaction writer(*environment, txn.get(), &txn);
+                Status fault = write(writer);
+                if (!writer.NeedsRoom()) {
+                    if (!fault.ok()) return fault;
+                    const int code = txn.Commit();
+                    if (code == 0) return {};
+                    if (code != MDB_MAP_FULL) {
+                        return environment->StatusOf(code,
+                                                     "the store " + directory_ + " could not be written");
+                    }
+                }
+            }
+            SERVICE_RETURN_IF_ERROR(environment->Grow());
+        }
+    }
+
+    const std::string& Location() const noexcept override { return directory_; }
+
+ private:
+    Status Environment(LmdbEnvironment*& environment) {
+        environment = current_.load(std::memory_order_acquire);
+        if (environment && !environment->IsAbandoned()) return {};
+
+        // Threads that open it at once get one and the same.
+        SERVICE_ASSIGN_OR_RETURN(std::shared_ptr<LmdbEnvironment> opened,
+                                 LmdbEnvironment::Open(directory_, options_));
+        const std::lock_guard lock(mutex_);
+        environment = current_.load(std::memory_order_acquire);
+        if (environment && !environment->IsAbandoned()) return {};
+        environment = opened.get();
+        environments_.push_back(std::move(opened));
+        current_.store(environment, std::memory_order_release);
+        return {};
+    }
+
+    const std::string directory_;
+    const StoreOptions options_;
+    std::atomic<LmdbEnvironment*> current_{nullptr};
+    ForkSafeMutex mutex_;
+    // The environment in use is the last; those before it were abandoned by forks.
+    std::vector<std::shared_ptr<LmdbEnvironment>> environments_;
+};
+
+}  // namespace
+
+Result<std::shared_ptr<Store>> OpenLmdbStore(const std::string& directory, const StoreOptions& options) {
+    auto store = std::make_shared<LmdbStore>(directory, options);
+    SERVICE_RETURN_IF_ERROR(store->Open());
+    return std::shared_ptr<Store>(std::move(store));
+}
+
+}  // namespace service

@@ -1,0 +1,155 @@
+// Repository: namespaces, classes and instances in a store.
+//
+//   Result<std::shared_ptr<Repository>> r = Repository::Open(Repository::DefaultDirectory());
+//   Result<Namespace> ns = (*r)->FindNamespace("root\\Vantrel\\Halvenor");
+//   Result<Instance> i = (*r)->GetInstance(*ns, path);
+//   Status fault = (*r)->PutInstance(*ns, *i, PutCondition::kUpdateOnly);
+//
+// Instances are known by their own class and their key: an instance of a subclass is not found under its
+// superclass's name, and the same key may stand once in each class.
+//
+// An operation that changes something is atomic, and durable when it returns without a fault. Any number of
+// threads and processes may use one store; within a process repositories of one directory are shared. After
+// a fork the child may go on using its parent's repositories.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/model/class_definition.h"
+#include "service/model/function_ref.h"
+#include "service/model/instance.h"
+#include "service/model/object_path.h"
+#include "service/model/status.h"
+#include "service/store/fork.h"
+#include "service/store/record_codec.h"
+#include "service/store/schema_cache.h"
+#include "service/store/store.h"
+
+namespace service {
+
+struct Namespace {
+    uint32_t id = 0;
+    std::string path;  // "root\A", as first spelled
+};
+
+enum class PutCondition { kCreateOrUpdate, kUpdateOnly, kCreateOnly };
+
+class Repository;
+
+// What can be read in one consistent state.
+class RepositoryReader {
+ public:
+    Result<Namespace> FindNamespace(std::string_view path);
+    // The names of the namespaces directly below `parent`.
+    Result<std::vector<std::string>> ChildNamespaces(const Namespace& parent);
+
+    // WBEM_E_INVALID_CLASS when there is none.
+    Result<ClassPtr> FindClass(const Namespace& space, std::string_view name);
+    // Every class of the namespace, in the order of their folded names.
+    Result<SchemaCache::ClassList> Classes(const Namespace& space);
+    // The classes that derive from `superclass`, directly or over others.
+    Result<std::vector<ClassPtr>> Subclasses(const Namespace& space, std::string_view superclass);
+
+    Result<Instance> GetInstance(const Namespace& space, const ObjectPath& path);
+    // Visits the instances of the one class, not those of its subclasses, until `visit` returns false.
+    Status ScanInstances(const Namespace& space, const ClassPtr& definition,
+                         FunctionRef<bool(Instance&&)> visit);
+
+ protected:
+    friend class Repository;
+    RepositoryReader(const Repository& repository, StoreReader& reader);
+    ~RepositoryReader() = default;
+
+    Status Prepare();
+    Result<ClassPtr> LoadClass(const Namespace& space, std::string_view name, size_t depth);
+    Status Subject(const ClassDefinition& definition, std::string_view key, int32_t code,
+                   const std::string& what) const;
+
+    const Repository& repository_;
+    StoreReader& reader_;
+    std::shared_ptr<SchemaCache> cache_;
+};
+
+// What can be changed in one transaction, and read in its state.
+class RepositoryWriter : public RepositoryReader {
+ public:
+    // The namespace of that path, made with those above it where they are missing. `is_new` tells.
+    Result<Namespace> MakeNamespace(std::string_view path, bool& is_new);
+
+    // Declares a class, or declares it anew. A new declaration must keep what instances depend on: while the
+    // class or a subclass has instances, key properties, types and properties that are there must stay
+    // (WBEM_E_CLASS_HAS_INSTANCES). `is_changed` is false when the class was declared just so already.
+    Status PutClass(const Namespace& space, ClassDeclaration declaration, PutCondition condition,
+                    bool& is_changed);
+    // WBEM_E_CLASS_HAS_CHILDREN or WBEM_E_CLASS_HAS_INSTANCES while there are any.
+    Status DeleteClass(const Namespace& space, std::string_view name);
+
+    // An instance that is stored just so already is not written again, and no change is logged.
+    Status PutInstance(const Namespace& space, const Instance& instance, PutCondition condition);
+    Status DeleteInstance(const Namespace& space, const ObjectPath& path);
+
+ private:
+    friend class Repository;
+    RepositoryWriter(const Repository& repository, StoreWriter& writer)
+        : RepositoryReader(repository, writer), writer_(writer) {}
+
+    // From the first change of the schema on, the transaction has a cache of its own.
+    void LeaveSharedCache();
+    Status CheckNewDeclaration(const Namespace& space, const ClassDefinition& older,
+                               const ClassDefinition& newer);
+    Status CheckSubclasses(const Namespace& space, const ClassPtr& newer);
+    Result<bool> HasInstances(const ClassDefinition& definition);
+
+    StoreWriter& writer_;
+    bool has_own_cache_ = false;
+};
+
+class Repository : public std::enable_shared_from_this<Repository> {
+ public:
+    // Opens the store in `directory`, made if it does not exist.
+    static Result<std::shared_ptr<Repository>> Open(const std::string& directory,
+                                                    const StoreOptions& options = {});
+
+    // MGMT_STORE; else /var/lib/mgmt for root, $XDG_DATA_HOME/mgmt or ~/.local/share/mgmt for a user. The
+    // environment is not asked in a process with raised privileges.
+    static std::string DefaultDirectory();
+
+    // One state for several reads. Within a Read or Write of the same repository on this thread, its state.
+    Status Read(FunctionRef<Status(RepositoryReader&)> read) const;
+    // One transaction; nothing is changed when `write` returns a fault. `write` may run more than once.
+    Status Write(FunctionRef<Status(RepositoryWriter&)> write) const;
+
+    Result<Namespace> FindNamespace(std::string_view path) const;
+    Result<ClassPtr> FindClass(const Namespace& space, std::string_view name) const;
+    Result<Instance> GetInstance(const Namespace& space, const ObjectPath& path) const;
+    Status PutInstance(const Namespace& space, const Instance& instance, PutCondition condition) const;
+    Status DeleteInstance(const Namespace& space, const ObjectPath& path) const;
+
+    const std::string& Location() const noexcept { return store_->Location(); }
+
+ private:
+    friend class RepositoryReader;
+    friend class RepositoryWriter;
+    class EmbeddedClasses;
+
+    explicit Repository(std::shared_ptr<Store> store) noexcept : store_(std::move(store)) {}
+
+    std::shared_ptr<SchemaCache> CacheFor(uint64_t generation) const;
+    std::shared_ptr<SchemaCache> CacheForState(uint64_t state) const noexcept;
+    void RememberState(uint64_t state, const std::shared_ptr<SchemaCache>& cache) const;
+    std::shared_ptr<const ClassSource> ClassSourceFor(const Namespace& space,
+                                                      const ClassDefinition& definition) const;
+
+    const std::shared_ptr<Store> store_;
+    mutable ForkSafeMutex mutex_;
+    mutable std::shared_ptr<SchemaCache> cache_;  // of the newest generation seen
+    mutable uint64_t cache_state_ = 0;            // a state of the store that has the cache's generation
+};
+
+}  // namespace service

@@ -1,0 +1,113 @@
+// Store: what the rest of the service needs of a transactional, ordered, shared place for records.
+//
+//   store.Write([&](StoreWriter& writer) { return writer.PutInstance(change); });
+//   store.Read([&](StoreReader& reader) { return reader.GetInstance(class_id, key, record, found); });
+//
+// Only service/store includes this. The interface is small on purpose: another store, a distributed one for
+// instance, can stand behind it. It knows numbers, keys and records, no classes.
+//
+// A Read sees one consistent state; a Write is atomic, isolated from every other process's and durable when
+// it has returned without a fault. A faulty Write changes nothing. Any number of threads may read and write.
+// The functions passed in may run more than once, so they must not leave anything behind that a second run
+// trips over; views they get are valid until they return, or until the next change in a Write.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/model/function_ref.h"
+#include "service/model/status.h"
+
+namespace service {
+
+enum class ChangeKind : uint8_t { kCreated = 1, kModified = 2, kDeleted = 3 };
+
+// One entry of the change log. The texts refer to the store's own bytes.
+struct ChangeView {
+    uint64_t number = 0;
+    int64_t time_ns = 0;  // since 1970-01-01 00:00 UTC
+    ChangeKind kind = ChangeKind::kCreated;
+    uint32_t class_id = 0;
+    std::string_view key;
+    std::string_view before;  // the record; empty for a creation
+    std::string_view after;   // the record; empty for a deletion
+};
+
+class StoreReader {
+ public:
+    virtual ~StoreReader() = default;
+
+    // Numbers the state that is read; two reads with equal numbers see the same state.
+    virtual uint64_t StateNumber() const noexcept = 0;
+
+    // Changes whenever anything in the schema does.
+    virtual Status SchemaGeneration(uint64_t& generation) = 0;
+
+    // Schema records: namespaces and classes, under keys of at most kMaxSchemaKeyBytes.
+    virtual Status GetSchema(std::string_view key, std::string_view& record, bool& found) = 0;
+    // Visits the records whose keys begin with `prefix`, in key order, until `visit` returns false.
+    virtual Status ScanSchema(std::string_view prefix,
+                              FunctionRef<bool(std::string_view key, std::string_view record)> visit) = 0;
+
+    virtual Status GetInstance(uint32_t class_id, std::string_view key, std::string_view& record,
+                               bool& found) = 0;
+    // Visits the records of one class, in an order that is stable while nothing changes, until `visit`
+    // returns false.
+    virtual Status ScanInstances(uint32_t class_id, FunctionRef<bool(std::string_view record)> visit) = 0;
+
+    // The number of the newest change; 0 when there was none.
+    virtual Status LastChange(uint64_t& number) = 0;
+    // Visits the changes with numbers above `number`, oldest first, until `visit` returns false.
+    // `is_complete` is false when the log no longer holds all of them.
+    virtual Status ScanChanges(uint64_t number, bool& is_complete,
+                               FunctionRef<bool(const ChangeView&)> visit) = 0;
+};
+
+class StoreWriter : public StoreReader {
+ public:
+    // A number that was never returned before, from 1 on.
+    virtual Status NextId(uint32_t& id) = 0;
+
+    virtual Status PutSchema(std::string_view key, std::string_view record) = 0;
+    virtual Status DeleteSchema(std::string_view key) = 0;
+
+    // Both write the change into the log in the same transaction. The caller has looked up `before`: the
+    // record there is, or an empty text for none.
+    virtual Status PutInstance(uint32_t class_id, std::string_view key, std::string_view before,
+                               std::string_view after) = 0;
+    virtual Status DeleteInstance(uint32_t class_id, std::string_view key, std::string_view before) = 0;
+};
+
+inline constexpr size_t kMaxSchemaKeyBytes = 500;
+
+class Store {
+ public:
+    virtual ~Store() = default;
+
+    virtual Status Read(FunctionRef<Status(StoreReader&)> read) = 0;
+    virtual Status Write(FunctionRef<Status(StoreWriter&)> write) = 0;
+
+    // The directory or address, for messages.
+    virtual const std::string& Location() const noexcept = 0;
+};
+
+struct StoreOptions {
+    // Address space reserved for the data file; it grows when the data does. The file itself is only as long
+    // as its data.
+    size_t map_bytes = size_t{64} << 30;
+
+    // Readers at one moment, in all processes together.
+    unsigned max_readers = 2048;
+
+    // Bytes of the change log; older entries give way to newer ones.
+    size_t change_log_bytes = size_t{64} << 20;
+};
+
+// Opens the LMDB store in `directory`, made with mode 0700 if it does not exist (its files have mode 0600).
+// One process has at most one LMDB environment for a store: every call for the same directory shares it.
+Result<std::shared_ptr<Store>> OpenLmdbStore(const std::string& directory, const StoreOptions& options = {});
+
+}  // namespace service
