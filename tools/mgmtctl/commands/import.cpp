@@ -1,0 +1,56 @@
+#include <iostream>
+
+#include <atlbase.h>
+#include <comutil.h>
+#include <wbemidl.h>
+
+#include "tools/mgmtctl/commands/commands.h"
+#include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/json.h"
+#include "tools/mgmtctl/text.h"
+
+namespace mgmtctl {
+namespace {
+
+// The compiler takes several files in one argument, a line each.
+std::wstring JoinedNames(const std::vector<std::string>& files) {
+    std::string names;
+    for (const std::string& file : files) {
+        if (file.empty() || file.find('\n') != std::string::npos)
+            throw UsageFailure("the name of a file must not be empty or hold a line end");
+        if (!names.empty()) names += '\n';
+        names += file;
+    }
+    return Wide(names);
+}
+
+void Print(const Arguments& arguments, long declarations) {
+    if (arguments.is_json) {
+        PrintJson(
+            {{"files", arguments.files}, {"declarations", declarations}, {"stored", !arguments.is_check}});
+        return;
+    }
+    const std::size_t files = arguments.files.size();
+    std::cout << declarations << (declarations == 1 ? " declaration" : " declarations") << " from " << files
+              << (files == 1 ? " file" : " files") << (arguments.is_check ? " checked" : " stored") << '\n';
+}
+
+}  // namespace
+
+void Import(const Arguments& arguments) {
+    const std::string attempt = arguments.is_check ? "the check failed" : "nothing was imported";
+    ForgetReason();
+    CComPtr<IMofCompiler> compiler;
+    Check(compiler.CoCreateInstance(CLSID_MofCompiler), attempt);
+
+    _bstr_t names = JoinedNames(arguments.files).c_str();
+    _bstr_t space = arguments.namespace_path.c_str();
+    WBEM_COMPILE_STATUS_INFO info = {};
+    Check(compiler->CompileFile(names, space, nullptr, nullptr, nullptr,
+                                arguments.is_check ? WBEM_FLAG_CHECK_ONLY : 0, WBEM_FLAG_CREATE_OR_UPDATE,
+                                WBEM_FLAG_CREATE_OR_UPDATE, &info),
+          attempt);
+    Print(arguments, info.ObjectNum);
+}
+
+}  // namespace mgmtctl

@@ -1,0 +1,176 @@
+#include <algorithm>
+#include <iostream>
+
+#include "tools/mgmtctl/class_declaration.h"
+#include "tools/mgmtctl/commands/commands.h"
+#include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/instance_path.h"
+#include "tools/mgmtctl/json.h"
+#include "tools/mgmtctl/service.h"
+#include "tools/mgmtctl/text.h"
+#include "tools/mgmtctl/values.h"
+#include "utility/management/mgmt.h"
+
+namespace mgmtctl {
+namespace {
+
+constexpr const wchar_t* KEY = L"INSTANCE_ID";
+
+struct Change {
+    std::wstring name;
+    _variant_t value;
+    bool has_default = false;  // an instance that nobody gave a value has another than null
+};
+
+Change ReadChange(const ClassDeclaration& declaration, const Arguments::Assignment& assignment) {
+    const DeclaredProperty* const property = declaration.Find(Wide(assignment.name));
+    if (property == nullptr) {
+        throw OperationFailure(
+            "the class " + declaration.summary.name + " has no property " + assignment.name,
+            "\"mgmtctl describe " + declaration.summary.name + "\" lists its properties.");
+    }
+    if (EqualNames(property->name, KEY)) {
+        throw UsageFailure(
+            "INSTANCE_ID is the key and cannot be changed: create another instance and delete this one");
+    }
+    return {property->name, ReadValue(*property, assignment.value), !IsNull(property->value)};
+}
+
+std::vector<Change> ReadChanges(const ClassDeclaration& declaration, const Arguments& arguments) {
+    std::vector<Change> changes;
+    for (const Arguments::Assignment& assignment : arguments.assignments) {
+        Change change = ReadChange(declaration, assignment);
+        const auto is_same = [&](const Change& other) { return EqualNames(other.name, change.name); };
+        if (std::any_of(changes.begin(), changes.end(), is_same))
+            throw UsageFailure(assignment.name + " is given twice");
+        changes.push_back(std::move(change));
+    }
+    return changes;
+}
+
+bool HasNull(const std::vector<Change>& changes) {
+    return std::any_of(changes.begin(), changes.end(), [](const Change& each) { return IsNull(each.value); });
+}
+
+class Writer {
+ public:
+    Writer(const Arguments& arguments, const ClassDeclaration& declaration)
+        : arguments_(arguments),
+          declaration_(declaration),
+          id_(Wide(arguments.id)),
+          path_(InstancePath(Wide(declaration.summary.name), id_)),
+          changes_(ReadChanges(declaration, arguments)) {}
+
+    // Whether the instance was made.
+    bool Write() const {
+        ForgetReason();
+        if (HasNull(changes_) ? UpdateWithNulls() : Update()) return false;
+        Reason reason = TakeReason();
+        if (reason.code != WBEM_E_NOT_FOUND || !arguments_.is_create)
+            Fail("cannot change ", std::move(reason));
+        Create();
+        return true;
+    }
+
+    std::string Path() const { return Utf8(path_); }
+    std::size_t CountChanges() const { return changes_.size(); }
+
+ private:
+    // Writes the given properties and no others, so that what another process changes meanwhile stays.
+    bool Update() const {
+        CMgmtObject object(path_.c_str());
+        SetValues(object);
+        return object.Put(false);
+    }
+
+    // The library's Put skips null values, so null goes into the object that it holds. The null in the bag
+    // keeps Put from writing the value that was read back over it. This way writes all that was read.
+    bool UpdateWithNulls() const {
+        CMgmtObject object(path_.c_str());
+        if (!object.Get()) return false;
+        const _variant_t held = object;
+        for (const Change& change : changes_) {
+            if (!IsNull(change.value)) continue;
+            _variant_t null = change.value;
+            const HRESULT result = ObjectOf(held)->Put(change.name.c_str(), 0, &null, 0);
+            if (FAILED(result)) Fail("cannot change ", TakeReason(result));
+        }
+        SetValues(object);
+        return object.Put(false);
+    }
+
+    void Create() const {
+        ForgetReason();
+        const auto is_lost = [](const Change& each) { return IsNull(each.value) && each.has_default; };
+        if (std::any_of(changes_.begin(), changes_.end(), is_lost)) return CreateWithNulls();
+
+        CMgmtObject object(path_.c_str());
+        object.SetCategoryID(Wide(declaration_.summary.name));
+        object.SetPropertyValue(KEY, id_.c_str());
+        SetValues(object);
+        if (!object.Put(true)) Fail("cannot create ", TakeReason());
+    }
+
+    // A new instance that has null where its class has a default: the library has no way to say that.
+    void CreateWithNulls() const {
+        CComPtr<IWbemClassObject> instance;
+        HRESULT result = declaration_.object->SpawnInstance(0, &instance);
+        _variant_t id(id_.c_str());
+        if (SUCCEEDED(result)) result = instance->Put(KEY, 0, &id, 0);
+        for (const Change& change : changes_) {
+            _variant_t value = change.value;
+            if (SUCCEEDED(result)) result = instance->Put(change.name.c_str(), 0, &value, 0);
+        }
+        const CComPtr<IWbemServices> services = Connect(arguments_.namespace_path);
+        if (SUCCEEDED(result))
+            result = services->PutInstance(instance, WBEM_FLAG_CREATE_OR_UPDATE, nullptr, nullptr);
+        if (FAILED(result)) Fail("cannot create ", TakeReason(result));
+    }
+
+    [[noreturn]] void Fail(const char* attempt, Reason reason) const {
+        std::string advice = AdviceFor(reason.code);
+        throw OperationFailure(attempt + Path(), std::move(reason), std::move(advice));
+    }
+
+    // Empty where there is nothing that helps in particular.
+    std::string AdviceFor(HRESULT code) const {
+        if (code == WBEM_E_NOT_FOUND) return "Add --create to make it.";
+        if (code != WBEM_E_TYPE_MISMATCH) return {};
+        return "\"mgmtctl describe " + declaration_.summary.name + "\" shows the type of each property.";
+    }
+
+    void SetValues(CMgmtObject& object) const {
+        for (const Change& change : changes_)
+            object.SetPropertyValue(change.name, change.value);
+    }
+
+    const Arguments& arguments_;
+    const ClassDeclaration& declaration_;
+    const std::wstring id_;
+    const std::wstring path_;
+    const std::vector<Change> changes_;
+};
+
+}  // namespace
+
+void Set(const Arguments& arguments) {
+    const ClassDeclaration declaration = ReadClass(arguments.class_name);
+    if (declaration.Find(KEY) == nullptr) {
+        throw OperationFailure(
+            "the class " + declaration.summary.name + " has no INSTANCE_ID to name an instance by",
+            "Instances of such classes are changed by importing them.");
+    }
+    const Writer writer(arguments, declaration);
+    const bool is_created = writer.Write();
+    if (arguments.is_json) {
+        PrintJson({{"path", writer.Path()},
+                   {"result", is_created ? "created" : "updated"},
+                   {"properties", writer.CountChanges()}});
+        return;
+    }
+    std::cout << Printable(writer.Path()) << (is_created ? " created, " : " updated, ")
+              << writer.CountChanges()
+              << (writer.CountChanges() == 1 ? " property set\n" : " properties set\n");
+}
+
+}  // namespace mgmtctl

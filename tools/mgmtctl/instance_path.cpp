@@ -1,0 +1,18 @@
+#include "tools/mgmtctl/instance_path.h"
+
+namespace mgmtctl {
+
+std::wstring EscapeId(const std::wstring& id) {
+    std::wstring escaped;
+    for (const wchar_t unit : id) {
+        if (unit == L'\\' || unit == L'"') escaped += L'\\';
+        escaped += unit;
+    }
+    return escaped;
+}
+
+std::wstring InstancePath(const std::wstring& class_name, const std::wstring& id) {
+    return class_name + L".INSTANCE_ID=\"" + EscapeId(id) + L"\"";
+}
+
+}  // namespace mgmtctl

@@ -1,0 +1,17 @@
+// The path of an instance, Class.INSTANCE_ID="id", with the id escaped: any id can be named by it.
+//
+//   CMgmtObject object(InstancePath(class_name, id).c_str());
+//
+// Stateless.
+#pragma once
+
+#include <string>
+
+namespace mgmtctl {
+
+// The id as it stands within the quotes of a path: a backslash in front of each backslash and quote.
+std::wstring EscapeId(const std::wstring& id);
+
+std::wstring InstancePath(const std::wstring& class_name, const std::wstring& id);
+
+}  // namespace mgmtctl

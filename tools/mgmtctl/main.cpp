@@ -1,0 +1,96 @@
+// mgmtctl: what an administrator or a developer types to see and change management data.
+#include <clocale>
+#include <exception>
+#include <iostream>
+
+#include <comdef.h>
+#include <objbase.h>
+
+#include "tools/mgmtctl/commands/commands.h"
+#include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/text.h"
+#include "utility/management/mgmt.h"
+
+namespace mgmtctl {
+namespace {
+
+enum ExitCode { DONE = 0, FAILED_OPERATION = 1, FAILED_USAGE = 2 };
+
+// COM on this thread, and the library's default scope for the namespace asked for, while a command runs.
+class Session {
+ public:
+    explicit Session(const std::wstring& namespace_path) {
+        Check(CoInitializeEx(nullptr, COINIT_MULTITHREADED), "cannot initialise COM");
+        MgmtInitialize(namespace_path.c_str());
+    }
+    // The default scope holds the connection, which has to go before COM does.
+    ~Session() {
+        try {
+            MgmtUninitialize();
+        } catch (...) {
+            return;
+        }
+        CoUninitialize();
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+};
+
+void Run(const Arguments& arguments) {
+    const Session session(arguments.namespace_path);
+    switch (arguments.command) {
+        case Command::IMPORT:
+            return Import(arguments);
+        case Command::NAMESPACES:
+            return ListNamespaces(arguments);
+        case Command::CLASSES:
+            return ListClasses(arguments);
+        case Command::DESCRIBE:
+            return Describe(arguments);
+        case Command::GET:
+            return Get(arguments);
+        case Command::SET:
+            return Set(arguments);
+        case Command::DELETE_INSTANCE:
+            return Delete(arguments);
+    }
+}
+
+void FlushOutput() {
+    if (!std::cout.flush()) throw OperationFailure("the output cannot be written");
+}
+
+ExitCode Report(ExitCode code, const std::string& sentence, const std::string& advice) {
+    std::cerr << "mgmtctl: " << Printable(sentence) << '\n';
+    if (!advice.empty()) std::cerr << "hint: " << Printable(advice) << '\n';
+    return code;
+}
+
+ExitCode Main(int argc, const char* const* argv) {
+    try {
+        Run(ReadArguments(argc, argv));
+        FlushOutput();
+        return DONE;
+    } catch (const HelpWanted& help) {
+        std::cout << help.text << std::flush;
+        return DONE;
+    } catch (const UsageFailure& failure) {
+        return Report(FAILED_USAGE, failure.what(),
+                      "\"mgmtctl COMMAND --help\" shows how a command is used.");
+    } catch (const OperationFailure& failure) {
+        return Report(FAILED_OPERATION, failure.what(), failure.advice());
+    } catch (const _com_error& error) {
+        return Report(FAILED_OPERATION, Utf8(error.ErrorMessage()), "");
+    } catch (const std::exception& error) {
+        return Report(FAILED_OPERATION, error.what(), "");
+    }
+}
+
+}  // namespace
+}  // namespace mgmtctl
+
+int main(int argc, char** argv) {
+    // All text is UTF-8, whatever the environment says.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    return mgmtctl::Main(argc, argv);
+}

@@ -1,0 +1,45 @@
+// Variants taken apart: what the commands need to know of values, types and class objects.
+//
+//   for (const Property& property : PropertiesOf(*object))
+//       std::cout << Utf8(property.name) << ' ' << TypeName(property.type) << '\n';
+//
+// A class object and its values belong to one thread at a time.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <atlbase.h>
+#include <comutil.h>
+#include <wbemidl.h>
+
+namespace mgmtctl {
+
+struct Property {
+    std::wstring name;
+    CIMTYPE type = CIM_EMPTY;
+    _variant_t value;
+};
+
+// The properties of an instance or class in the object's order, system properties left out.
+std::vector<Property> PropertiesOf(IWbemClassObject& object);
+
+// One property's value, system properties included; empty where there is none of that name.
+_variant_t ValueOf(IWbemClassObject& object, const wchar_t* name);
+// The same as text; empty where it is none.
+std::string TextOf(IWbemClassObject& object, const wchar_t* name);
+
+// The class object that a value carries; null for any other value.
+CComPtr<IWbemClassObject> ObjectOf(const VARIANT& value);
+
+// The elements of an array value; a text or an object that is null is VT_NULL.
+std::vector<_variant_t> ElementsOf(const VARIANT& array);
+
+bool IsNull(const VARIANT& value);
+bool IsArray(CIMTYPE type);
+CIMTYPE ElementType(CIMTYPE type);
+
+// "uint32", "string[]".
+std::string TypeName(CIMTYPE type);
+
+}  // namespace mgmtctl
