@@ -29,6 +29,8 @@ set(MGMT_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes
 if(MGMT_SANITIZE)
     add_compile_options(-fsanitize=${MGMT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
     add_link_options(-fsanitize=${MGMT_SANITIZE})
+    # What the sanitizers insert makes GCC see uninitialised variables where there are none.
+    add_compile_options(-Wno-maybe-uninitialized)
     if(MGMT_SANITIZE MATCHES "thread")
         add_compile_options(-Wno-tsan)
     endif()

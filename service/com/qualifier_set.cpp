@@ -15,6 +15,7 @@ constexpr auto kNoInterfaces = [](IUnknown*) -> Result<ObjectPtr> {
     return Status(WBEM_E_TYPE_MISMATCH, "a qualifier holds no object");
 };
 
+constexpr std::string_view kTypeQualifier = "CIMTYPE";
 constexpr long kSettableFlavor =
     kFlavorToInstance | kFlavorToSubclass | kFlavorNotOverridable | kFlavorAmended;
 
@@ -99,10 +100,28 @@ void QualifierSet::FillIn(const Qualifier& qualifier, long* flavor) const {
               (IsOwn(qualifier) ? WBEM_FLAVOR_ORIGIN_LOCAL : WBEM_FLAVOR_ORIGIN_PROPAGATED);
 }
 
+// CIMTYPE is a qualifier that every property has without its being declared: "uint32", "ref:Account".
+Status QualifierSet::ReadTypeQualifier(VARIANT* variant) const {
+    const ClassDefinition& definition = *object_->Definition();
+    const auto index = definition.FindProperty(std::string_view(*property_));
+    if (!index)
+        return {WBEM_E_NOT_FOUND,
+                "class " + definition.Name() + " has no property " + *property_ + " any more"};
+    PropertyType type = definition.Properties()[*index].type;
+    type.is_array = false;
+    const Value text(DescribeType(type));
+    return ToVariant({CimType::kString, false, 0, {}}, ViewOf(text), kNoObjects, *variant);
+}
+
 HRESULT QualifierSet::Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, long* plFlavor) {
     return AtBoundary([&]() -> Status {
         if (!wszName || lFlags != 0) return {WBEM_E_INVALID_PARAMETER, "a name is needed, and flags of 0"};
         const Qualifier* qualifier = FindQualifier(InEffect(), ToUtf8Lossy(wszName));
+        if (!qualifier && property_ && EqualFolded(ToUtf8Lossy(wszName), kTypeQualifier)) {
+            if (pVal) SERVICE_RETURN_IF_ERROR(ReadTypeQualifier(pVal));
+            if (plFlavor) *plFlavor = WBEM_FLAVOR_FLAG_PROPAGATE_TO_DERIVED_CLASS;
+            return {};
+        }
         if (!qualifier) return {WBEM_E_NOT_FOUND, "there is no qualifier " + ToUtf8Lossy(wszName)};
         if (pVal) SERVICE_RETURN_IF_ERROR(ReadQualifier(*qualifier, pVal));
         FillIn(*qualifier, plFlavor);

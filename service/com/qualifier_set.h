@@ -40,6 +40,7 @@ class QualifierSet final : public ComObject<IWbemQualifierSet> {
     std::vector<Qualifier>& OwnOf(ClassDeclaration& declaration) const;
     bool IsOwn(const Qualifier& qualifier) const;
     Status CheckIsClass() const;
+    Status ReadTypeQualifier(VARIANT* variant) const;
     void FillIn(const Qualifier& qualifier, long* flavor) const;
 
     const CComPtr<ClassObject> object_;

@@ -173,7 +173,11 @@ class PathReader {
 // Key values of several properties are joined by a separator that no value holds: a zero byte within a text
 // becomes 0x00 0xFF, the separator is 0x00 0x01. So a text with zero bytes orders behind its prefixes.
 void AppendKeyText(std::string_view text, std::string& key) {
-    const std::string folded = Fold(text);
+    const size_t start = key.size();
+    AppendFolded(text, key);
+    if (key.find('\0', start) == std::string::npos) return;
+    const std::string folded = key.substr(start);
+    key.resize(start);
     for (const char c : folded) {
         key.push_back(c);
         if (c == '\0') key.push_back('\xFF');
@@ -374,6 +378,32 @@ Result<std::string> RelativePathOf(const Instance& instance) {
         }
     }
     return path;
+}
+
+std::string PrintObjectPath(const ObjectPath& path) {
+    std::string text;
+    if (path.server) text += "\\\\" + *path.server + "\\";
+    if (path.namespace_path) text += *path.namespace_path + ":";
+    text += path.class_name;
+    if (path.is_singleton) return text + "=@";
+    char separator = '.';
+    for (const KeyBinding& key : path.keys) {
+        if (!key.name.empty()) text += separator + key.name;
+        separator = ',';
+        text += "=" + std::visit(
+                          [](const auto& value) -> std::string {
+                              using Held = std::decay_t<decltype(value)>;
+                              if constexpr (std::is_same_v<Held, std::string>) {
+                                  return QuoteForPath(value);
+                              } else if constexpr (std::is_same_v<Held, bool>) {
+                                  return value ? "TRUE" : "FALSE";
+                              } else {
+                                  return std::to_string(value);
+                              }
+                          },
+                          key.value);
+    }
+    return text;
 }
 
 std::string QuoteForPath(std::string_view text) {

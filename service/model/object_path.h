@@ -44,6 +44,9 @@ struct ObjectPath {
 // WBEM_E_INVALID_OBJECT_PATH, saying at which character and what was expected, for anything malformed.
 Result<ObjectPath> ParseObjectPath(std::string_view text);
 
+// The path as text, which ParseObjectPath reads back as the same path.
+std::string PrintObjectPath(const ObjectPath& path);
+
 struct NamespacePath {
     std::string server;  // "." when none was given
     std::string path;    // "root\A\B", as spelled

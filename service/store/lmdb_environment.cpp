@@ -479,8 +479,7 @@ Status WriteTransaction::Begin() {
         if (code == 0) code = environment_.BeginWrite(txn_);
     }
     if (code != 0) {
-        return environment_.StatusOf(code,
-                                     "the store " + environment_.directory() + " cannot be written to");
+        return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be written to");
     }
     inside_.Enter(environment_);
     return {};

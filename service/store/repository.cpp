@@ -74,6 +74,19 @@ Status UnknownClass(const Namespace& space, std::string_view name) {
                                       " in the namespace " + space.path};
 }
 
+constexpr size_t kMaxShownPath = 300;
+
+Status NoInstance(const Namespace& space, const ObjectPath& path) {
+    return {WBEM_E_NOT_FOUND, "there is no instance " + ClipForMessage(PrintObjectPath(path), kMaxShownPath) +
+                                  " in the namespace " + space.path};
+}
+
+Status AboutInstance(const Instance& instance, int32_t code, const std::string& what) {
+    const Result<std::string> path = RelativePathOf(instance);
+    const std::string& shown = path.ok() ? *path : instance.Class()->Name();
+    return {code, "the instance " + ClipForMessage(shown, kMaxShownPath) + " " + what};
+}
+
 // A property of `older` that `newer` no longer has just so; null when instances of one are instances of the
 // other.
 const PropertyDefinition* FirstLostProperty(const ClassDefinition& older, const ClassDefinition& newer) {
@@ -239,19 +252,13 @@ Result<std::vector<ClassPtr>> RepositoryReader::Subclasses(const Namespace& spac
     return subclasses;
 }
 
-Status RepositoryReader::Subject(const ClassDefinition& definition, std::string_view key, int32_t code,
-                                 const std::string& what) const {
-    return {code,
-            what + ": class " + definition.Name() + ", key \"" + std::string(key.substr(0, 200)) + "\""};
-}
-
 Result<Instance> RepositoryReader::GetInstance(const Namespace& space, const ObjectPath& path) {
     SERVICE_ASSIGN_OR_RETURN(ClassPtr definition, FindClass(space, path.class_name));
     SERVICE_ASSIGN_OR_RETURN(const std::string key, KeyOf(*definition, path));
     std::string_view record;
     bool found = false;
     SERVICE_RETURN_IF_ERROR(reader_.GetInstance(definition->Id(), key, record, found));
-    if (!found) return Subject(*definition, key, WBEM_E_NOT_FOUND, "there is no such instance");
+    if (!found) return NoInstance(space, path);
     auto classes = repository_.ClassSourceFor(space, *definition);
     return DecodeInstance(std::move(definition), record, std::move(classes));
 }
@@ -291,8 +298,8 @@ Result<Namespace> RepositoryWriter::MakeNamespace(std::string_view path, bool& i
     SERVICE_ASSIGN_OR_RETURN(const Namespace parent, MakeNamespace(path.substr(0, last), is_parent_new));
     const std::string key = NamespaceKey(path);
     if (key.size() > kMaxSchemaKeyBytes) {
-        return Status(WBEM_E_INVALID_NAMESPACE,
-                      "the path of the namespace " + std::string(path) + " is too long once its case is folded");
+        return Status(WBEM_E_INVALID_NAMESPACE, "the path of the namespace " + std::string(path) +
+                                                    " is too long once its case is folded");
     }
     Namespace space;
     SERVICE_RETURN_IF_ERROR(writer_.NextId(space.id));
@@ -360,7 +367,7 @@ Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration decla
         bool found = false;
         SERVICE_RETURN_IF_ERROR(reader_.GetSchema(key, stored, found));
         if (found && stored == bytes) return {};
-        SERVICE_RETURN_IF_ERROR(CheckNewDeclaration(space, *older, *newer));
+        SERVICE_RETURN_IF_ERROR(CheckInstances(newer->Name(), *older, *newer));
         SERVICE_RETURN_IF_ERROR(CheckSubclasses(space, newer));
     }
     SERVICE_RETURN_IF_ERROR(writer_.PutSchema(key, bytes));
@@ -374,26 +381,27 @@ Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration decla
     return {};
 }
 
-Status RepositoryWriter::CheckNewDeclaration(const Namespace& space, const ClassDefinition& older,
-                                             const ClassDefinition& newer) {
-    const PropertyDefinition* lost = FirstLostProperty(older, newer);
-    const bool keys_changed = older.Keys().size() != newer.Keys().size();
-    if (!lost && !keys_changed) return {};
-    SERVICE_ASSIGN_OR_RETURN(std::vector<ClassPtr> affected, Subclasses(space, older.Name()));
-    SERVICE_ASSIGN_OR_RETURN(ClassPtr self, FindClass(space, older.Name()));
-    affected.push_back(std::move(self));
-    for (const ClassPtr& definition : affected) {
-        SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(*definition));
-        if (!has_instances) continue;
-        return {WBEM_E_CLASS_HAS_INSTANCES,
-                "the new declaration of class " + older.Name() + " changes or drops " +
-                    (lost ? "property " + lost->name : std::string("its keys")) + ", and class " +
-                    definition->Name() + " has instances: delete them first, or keep what they hold"};
+// Instances of `older` must be instances of `newer`, what it becomes by the new declaration of `changed`.
+Status RepositoryWriter::CheckInstances(const std::string& changed, const ClassDefinition& older,
+                                        const ClassDefinition& newer) {
+    std::string what;
+    if (const PropertyDefinition* lost = FirstLostProperty(older, newer)) {
+        what = "changes or drops the property " + lost->name;
+    } else if (older.Keys().size() != newer.Keys().size() || older.IsSingleton() != newer.IsSingleton()) {
+        what = "changes the keys";
+    } else if (newer.IsAbstract() && !older.IsAbstract()) {
+        what = "makes an abstract class";
+    } else {
+        return {};
     }
-    return {};
+    SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(older));
+    if (!has_instances) return {};
+    return {WBEM_E_CLASS_HAS_INSTANCES,
+            "the new declaration of class " + changed + " " + what + " of class " + older.Name() +
+                ", which has instances: delete them first, or keep what they hold"};
 }
 
-// The subclasses must still be what they were: each is joined anew with the class above it.
+// The subclasses must still be classes, and fit their instances: each is joined anew with the class above it.
 Status RepositoryWriter::CheckSubclasses(const Namespace& space, const ClassPtr& newer) {
     SERVICE_ASSIGN_OR_RETURN(std::vector<ClassPtr> subclasses, Subclasses(space, newer->Name()));
     // Those near the class come first, so that each finds its superclass among those done.
@@ -412,6 +420,7 @@ Status RepositoryWriter::CheckSubclasses(const Namespace& space, const ClassPtr&
                                       " does not fit its subclass " + subclass->Name() + ": " +
                                       again.status().reason()};
         }
+        SERVICE_RETURN_IF_ERROR(CheckInstances(newer->Name(), *subclass, **again));
         joined.push_back(std::move(*again));
     }
     return {};
@@ -447,14 +456,60 @@ Status RepositoryWriter::DeleteClass(const Namespace& space, std::string_view na
 Status RepositoryWriter::PutInstance(const Namespace& space, const Instance& instance,
                                      PutCondition condition) {
     SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition, FindClass(space, instance.Class()->Name()));
-    if (definition != instance.Class()) {
-        SERVICE_ASSIGN_OR_RETURN(const Instance moved, instance.MovedTo(definition));
-        return PutInstance(space, moved, condition);
-    }
     if (definition->IsAbstract()) {
         return {WBEM_E_INVALID_OPERATION,
                 "class " + definition->Name() + " is abstract and has no instances"};
     }
+    const bool is_current = definition == instance.Class();
+    if (is_current && !(definition->HasObjects() && instance.IsChanged()))
+        return StoreInstance(instance, condition);
+    SERVICE_ASSIGN_OR_RETURN(Instance moved,
+                             is_current ? Result<Instance>(instance) : instance.MovedTo(definition));
+    SERVICE_RETURN_IF_ERROR(SettleObjects(space, moved));
+    return StoreInstance(moved, condition);
+}
+
+Status RepositoryWriter::SettleObjects(const Namespace& space, Instance& instance) {
+    const auto& properties = instance.Class()->Properties();
+    for (size_t i = 0; i < properties.size(); ++i) {
+        if (properties[i].type.type != CimType::kObject) continue;
+        Value storage;
+        ValueView view;
+        bool is_set = false;
+        SERVICE_RETURN_IF_ERROR(instance.ReadOwn(i, is_set, storage, view));
+        if (const auto* object = std::get_if<const ObjectPtr*>(&view); is_set && object) {
+            SERVICE_ASSIGN_OR_RETURN(ObjectPtr settled, Settled(space, **object));
+            if (settled != **object) SERVICE_RETURN_IF_ERROR(instance.Set(i, std::move(settled)));
+        }
+        if (const auto* elements = std::get_if<const Array*>(&view); is_set && elements) {
+            Array array = **elements;
+            for (Scalar& element : array) {
+                const auto* object = std::get_if<ObjectPtr>(&element);
+                if (!object) continue;
+                SERVICE_ASSIGN_OR_RETURN(element, Settled(space, *object));
+            }
+            SERVICE_RETURN_IF_ERROR(instance.Set(i, std::move(array)));
+        }
+    }
+    return {};
+}
+
+Result<ObjectPtr> RepositoryWriter::Settled(const Namespace& space, const ObjectPtr& object) {
+    Result<ClassPtr> definition = FindClass(space, object->Class()->Name());
+    if (!definition.ok()) {
+        return Status(definition.code(), "the class of an embedded object: " + definition.status().reason());
+    }
+    const bool is_current = *definition == object->Class();
+    if (is_current && !((*definition)->HasObjects() && object->IsChanged())) return object;
+    SERVICE_ASSIGN_OR_RETURN(Instance moved,
+                             is_current ? Result<Instance>(*object) : object->MovedTo(*definition));
+    SERVICE_RETURN_IF_ERROR(SettleObjects(space, moved));
+    return ObjectPtr(std::make_shared<const Instance>(std::move(moved)));
+}
+
+// `instance` is of the class as it is now, and so are the objects in it.
+Status RepositoryWriter::StoreInstance(const Instance& instance, PutCondition condition) {
+    const ClassPtr& definition = instance.Class();
     SERVICE_ASSIGN_OR_RETURN(const std::string key, KeyOf(instance));
     for (size_t i = 0; i < definition->Properties().size(); ++i) {
         if (!definition->Properties()[i].is_not_null) continue;
@@ -462,8 +517,8 @@ Status RepositoryWriter::PutInstance(const Namespace& space, const Instance& ins
         ValueView view;
         SERVICE_RETURN_IF_ERROR(instance.Read(i, storage, view));
         if (IsNull(view)) {
-            return Subject(*definition, key, WBEM_E_ILLEGAL_NULL,
-                           "property " + definition->Properties()[i].name + " must have a value");
+            return AboutInstance(instance, WBEM_E_ILLEGAL_NULL,
+                                 "needs a value of property " + definition->Properties()[i].name);
         }
     }
     std::string record;
@@ -473,10 +528,10 @@ Status RepositoryWriter::PutInstance(const Namespace& space, const Instance& ins
     bool exists = false;
     SERVICE_RETURN_IF_ERROR(reader_.GetInstance(definition->Id(), key, before, exists));
     if (exists && condition == PutCondition::kCreateOnly) {
-        return Subject(*definition, key, WBEM_E_ALREADY_EXISTS, "there is such an instance already");
+        return AboutInstance(instance, WBEM_E_ALREADY_EXISTS, "is there already");
     }
     if (!exists && condition == PutCondition::kUpdateOnly) {
-        return Subject(*definition, key, WBEM_E_NOT_FOUND, "there is no such instance to update");
+        return AboutInstance(instance, WBEM_E_NOT_FOUND, "is not there, so it cannot be updated");
     }
     if (exists && before == record) return {};
     return writer_.PutInstance(definition->Id(), key, before, record);
@@ -492,7 +547,7 @@ Status RepositoryWriter::DeleteInstance(const Namespace& space, const ObjectPath
     std::string_view before;
     bool exists = false;
     SERVICE_RETURN_IF_ERROR(reader_.GetInstance(definition->Id(), key, before, exists));
-    if (!exists) return Subject(*definition, key, WBEM_E_NOT_FOUND, "there is no such instance to delete");
+    if (!exists) return NoInstance(space, path);
     return writer_.DeleteInstance(definition->Id(), key, before);
 }
 

@@ -68,8 +68,6 @@ class RepositoryReader {
 
     Status Prepare();
     Result<ClassPtr> LoadClass(const Namespace& space, std::string_view name, size_t depth);
-    Status Subject(const ClassDefinition& definition, std::string_view key, int32_t code,
-                   const std::string& what) const;
 
     const Repository& repository_;
     StoreReader& reader_;
@@ -83,14 +81,17 @@ class RepositoryWriter : public RepositoryReader {
     Result<Namespace> MakeNamespace(std::string_view path, bool& is_new);
 
     // Declares a class, or declares it anew. A new declaration must keep what instances depend on: while the
-    // class or a subclass has instances, key properties, types and properties that are there must stay
-    // (WBEM_E_CLASS_HAS_INSTANCES). `is_changed` is false when the class was declared just so already.
+    // class or a subclass has instances, key properties, types and properties that are there must stay, where
+    // they were declared first, and neither may the class become abstract nor change whether it is a
+    // singleton (WBEM_E_CLASS_HAS_INSTANCES). `is_changed` is false when the class was declared just so
+    // already.
     Status PutClass(const Namespace& space, ClassDeclaration declaration, PutCondition condition,
                     bool& is_changed);
     // WBEM_E_CLASS_HAS_CHILDREN or WBEM_E_CLASS_HAS_INSTANCES while there are any.
     Status DeleteClass(const Namespace& space, std::string_view name);
 
-    // An instance that is stored just so already is not written again, and no change is logged.
+    // An instance that is stored just so already is not written again, and no change is logged. Embedded
+    // objects must be of classes of `space` (WBEM_E_INVALID_CLASS).
     Status PutInstance(const Namespace& space, const Instance& instance, PutCondition condition);
     Status DeleteInstance(const Namespace& space, const ObjectPath& path);
 
@@ -101,9 +102,14 @@ class RepositoryWriter : public RepositoryReader {
 
     // From the first change of the schema on, the transaction has a cache of its own.
     void LeaveSharedCache();
-    Status CheckNewDeclaration(const Namespace& space, const ClassDefinition& older,
-                               const ClassDefinition& newer);
+    // `object` as an instance of the class that has its class's name in `space` now, and so the objects
+    // within; itself when it is that already.
+    Result<ObjectPtr> Settled(const Namespace& space, const ObjectPtr& object);
+    Status SettleObjects(const Namespace& space, Instance& instance);
+    Status StoreInstance(const Instance& instance, PutCondition condition);
     Status CheckSubclasses(const Namespace& space, const ClassPtr& newer);
+    Status CheckInstances(const std::string& changed, const ClassDefinition& older,
+                          const ClassDefinition& newer);
     Result<bool> HasInstances(const ClassDefinition& definition);
 
     StoreWriter& writer_;

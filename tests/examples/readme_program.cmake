@@ -1,0 +1,21 @@
+# The README shows examples/quickstart.cpp as it is, and that program does what it says.
+cmake_minimum_required(VERSION 3.25)
+
+file(READ ${SOURCE_DIR}/README.md readme)
+file(READ ${SOURCE_DIR}/examples/quickstart.cpp program)
+string(FIND "${readme}" "${program}" place)
+if(place EQUAL -1)
+    message(FATAL_ERROR "README.md does not show examples/quickstart.cpp as it is")
+endif()
+
+file(REMOVE_RECURSE ${STORE})
+set(ENV{MGMT_STORE} ${STORE})
+execute_process(COMMAND ${BIN_DIR}/mgmtctl import ${SOURCE_DIR}/examples/halvenor.mof COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${BIN_DIR}/quickstart OUTPUT_VARIABLE printed COMMAND_ERROR_IS_FATAL ANY)
+if(NOT printed STREQUAL "Created by the quickstart is kept for 90 days\n")
+    message(FATAL_ERROR "quickstart printed: ${printed}")
+endif()
+execute_process(COMMAND ${BIN_DIR}/mgmtctl get RetentionPolicy quickstart RESULT_VARIABLE result OUTPUT_QUIET ERROR_QUIET)
+if(NOT result EQUAL 1)
+    message(FATAL_ERROR "quickstart left its policy behind: mgmtctl get exits with ${result}")
+endif()
