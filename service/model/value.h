@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -91,7 +92,17 @@ struct PropertyType {
 std::string DescribeType(const PropertyType& type);
 
 class Instance;
-using ObjectPtr = std::shared_ptr<const Instance>;
+
+// An embedded object, shared and never changed.
+//
+// A type of its own, because of the standard library's variant: GCC 12's takes one whose alternatives are all
+// of well-known types for never being without a value, and goes wrong when copying such a one throws.
+class ObjectPtr : public std::shared_ptr<const Instance> {
+ public:
+    using std::shared_ptr<const Instance>::shared_ptr;
+    ObjectPtr(std::shared_ptr<const Instance> object) noexcept  // NOLINT(google-explicit-constructor)
+        : std::shared_ptr<const Instance>(std::move(object)) {}
+};
 
 // std::monostate is null. Signed integers are int64_t, unsigned ones and char16 uint64_t; string, datetime
 // and reference are UTF-8 text.

@@ -1,0 +1,134 @@
+// As out_of_memory_test, with the real service behind the library: allocations fail inside the service, too.
+// What fails there is a soft failure; the store and the objects stay as usable as before.
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <atlbase.h>
+#include <comdef.h>
+#include <objbase.h>
+#include <wbemidl.h>
+
+#include "tests/doubles/failing_allocations.h"
+#include "utility/management/mgmt.h"
+
+namespace {
+
+constexpr char kSchema[] =
+    "class Inner { string Text; sint32 Numbers[]; };"
+    "class Cls { [key] string INSTANCE_ID; string DisplayName; uint64 Size; string Tags[]; Inner Part; "
+    "datetime At; };"
+    "instance of Cls { INSTANCE_ID = \"a name of some length\"; DisplayName = \"a text of some length, too\";"
+    "  Size = 18446744073709551615; Tags = {\"one of the tags\", NULL, \"\"}; At = "
+    "\"20261122103000.000000+000\";"
+    "  Part = instance of Inner { Text = \"within the other one\"; Numbers = {1, 2, 3}; }; };";
+
+class OutOfMemoryInService : public testing::Test {
+ protected:
+    void SetUp() override {
+        directory_ = (std::filesystem::temp_directory_path() / "mgmt-test-XXXXXX").string();
+        ASSERT_NE(mkdtemp(directory_.data()), nullptr);
+        setenv("MGMT_STORE", directory_.c_str(), 1);
+        ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+        CComPtr<IMofCompiler> compiler;
+        ASSERT_EQ(compiler.CoCreateInstance(CLSID_MofCompiler), S_OK);
+        std::string text = kSchema;
+        std::wstring space = L"root\\Test";
+        ASSERT_EQ(
+            compiler->CompileBuffer(static_cast<long>(text.size()), reinterpret_cast<BYTE*>(text.data()),
+                                    space.data(), nullptr, nullptr, nullptr, 0, 0, 0, nullptr),
+            S_OK);
+        MgmtInitialize(L"root\\Test");
+    }
+
+    void TearDown() override {
+        MgmtUninitialize();
+        CoUninitialize();
+        std::error_code ignored;
+        std::filesystem::remove_all(directory_, ignored);
+    }
+
+    // Runs `attempt`, which tells whether it succeeded, until no allocation fails any more, and `check` after
+    // each.
+    static void FailAtEachAllocation(const std::function<bool()>& attempt,
+                                     const std::function<void()>& check) {
+        // What the service keeps for later, readers and classes, is there before leaks are counted.
+        ASSERT_TRUE(attempt());
+        check();
+        for (long n = 1; n < 5000; ++n) {
+            SCOPED_TRACE(n);
+            CComPtr<IErrorInfo> forgotten;
+            GetErrorInfo(0, &forgotten);
+            forgotten.Release();
+            const long before = doubles::LiveAllocations();
+            bool failed = false;
+            bool succeeded = false;
+            {
+                const doubles::FailingAllocation failing(n);
+                try {
+                    succeeded = attempt();
+                } catch (const _com_error& failure) {
+                    EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
+                } catch (const CAtlException& failure) {
+                    EXPECT_EQ(failure.m_hr, E_OUTOFMEMORY);
+                } catch (const std::bad_alloc&) {
+                }
+                failed = failing.HasFailed();
+            }
+            GetErrorInfo(0, &forgotten);
+            forgotten.Release();
+            EXPECT_LE(doubles::LiveAllocations(), before) << "leaked";
+            check();
+            if (!failed) {
+                EXPECT_TRUE(succeeded);
+                return;
+            }
+        }
+        ADD_FAILURE() << "never succeeded";
+    }
+
+    std::string directory_;
+};
+
+constexpr const wchar_t* kId = L"a name of some length";
+
+TEST_F(OutOfMemoryInService, Get) {
+    const auto get = [] {
+        CMgmtObject object(L"Cls", kId, nullptr);
+        return object.Get();
+    };
+    FailAtEachAllocation(get, [] {
+        CMgmtObject object(L"Cls", kId, nullptr);
+        ASSERT_TRUE(object.Get());
+        EXPECT_EQ(object.GetProperties()->GetTotalItemCount(), 6U);
+    });
+}
+
+TEST_F(OutOfMemoryInService, Put) {
+    CMgmtObject object(L"Cls", kId, nullptr);
+    ASSERT_TRUE(object.Get());
+    int number = 0;
+    int stored = 0;
+    const auto put = [&] {
+        object.SetPropertyValue(L"Size", ++number);
+        return object.Put(false);
+    };
+    FailAtEachAllocation(put, [&] {
+        CMgmtObject read(L"Cls", kId, nullptr);
+        ASSERT_TRUE(read.Get());
+        const int size = std::stoi(read.GetPropertyValue(L"Size")->bstrVal);
+        EXPECT_TRUE(size == stored || size == number) << "neither what was there nor what was put";
+        stored = size;
+        EXPECT_EQ(std::wstring(read.GetPropertyValue(L"DisplayName")->bstrVal),
+                  L"a text of some length, too");
+    });
+    EXPECT_EQ(stored, number);
+}
+
+}  // namespace
