@@ -48,6 +48,7 @@ struct ForkHandlers {
 };
 
 unsigned ForkCount() noexcept {
+    ForkHandlers::Register();
     return g_fork_count.load(std::memory_order_relaxed);
 }
 

@@ -5,15 +5,15 @@
 //   const std::lock_guard lock(mutex);
 //   if (opened_at != ForkCount()) ...                   // the process was forked since
 //
-// A thread that holds a ForkSafeMutex must neither take another one nor make or destroy one: fork takes all
-// of them in no particular order.
+// A thread that holds a ForkSafeMutex must wait for nothing else: neither for another one, nor for a
+// transaction; nor may it make or destroy one. Fork takes all of them in no particular order.
 #pragma once
 
 #include <mutex>
 
 namespace service {
 
-// How often this process and those it descends from were forked since the first ForkSafeMutex was made.
+// How often this process and those it descends from were forked since the first call.
 unsigned ForkCount() noexcept;
 
 class ForkSafeMutex {

@@ -1,18 +1,22 @@
 #include "service/store/lmdb_environment.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 
-#include "service/model/no_destructor.h"
 #include "service/store/bytes.h"
 #include "service/store/fork.h"
 
@@ -23,22 +27,34 @@ namespace {
 constexpr uint32_t kStoreFormat = 1;
 constexpr std::string_view kFormatKey = "format";
 constexpr size_t kSmallestMap = size_t{64} << 20;
+// A disk with less room than this is as good as full: a commit writes that much.
+constexpr uint64_t kSmallestFreeSpace = uint64_t{64} << 10;
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
 
-// The environments of this process, by the device and inode of their directory.
+// The environments of this process, by the device and inode of their directory. They are never closed: a
+// close drops all locks that the process has on the lock file, those of an environment opened meanwhile
+// included. A forked child has a registry of its own; its parent's is kept, environments and all, untouched.
 struct Registry {
-    ForkSafeMutex mutex;
-    unsigned fork_count = 0;
-    std::map<std::pair<dev_t, ino_t>, std::weak_ptr<LmdbEnvironment>> environments;
+    Registry(unsigned forks, Registry* parents) noexcept : fork_count(forks), previous(parents) {}
+
+    const unsigned fork_count;
+    Registry* const previous;
+    std::mutex mutex;
+    std::map<std::pair<dev_t, ino_t>, std::vector<std::shared_ptr<LmdbEnvironment>>> environments;
 };
 
 // The innermost of the transactions that this thread runs.
 thread_local const ThreadInside* t_inside = nullptr;
 
-NoDestructor<Registry>& TheRegistry() {
-    static NoDestructor<Registry> registry;
-    return registry;
+Registry& TheRegistry() {
+    static std::atomic<Registry*> current{nullptr};
+    Registry* registry = current.load(std::memory_order_acquire);
+    while (!registry || registry->fork_count != ForkCount()) {
+        auto fresh = std::make_unique<Registry>(ForkCount(), registry);
+        if (current.compare_exchange_strong(registry, fresh.get())) registry = fresh.release();
+    }
+    return *registry;
 }
 
 MDB_val ValueOf(std::string_view bytes) noexcept {
@@ -114,6 +130,24 @@ Status MakeDirectory(const std::string& directory) {
     return {};
 }
 
+// Gives the lock file all its blocks. LMDB only sets its length, and a page of it that finds no room on the
+// disk when it is first touched would kill the process. Before LMDB opens the file, not after: closing it
+// drops the process's locks on it.
+Status AllocateLockFile(const std::string& directory, unsigned max_readers) {
+    constexpr off_t kBytesPerReader = 64;
+    const std::string what = "the store " + directory + " cannot be opened";
+    const int fd = open((directory + "/lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode);
+    if (fd < 0) return SystemFault(errno, what);
+    const off_t bytes = kBytesPerReader * (static_cast<off_t>(max_readers) + 2);
+    struct stat facts {};
+    int code = fstat(fd, &facts) != 0 ? errno : 0;
+    constexpr off_t kBytesPerBlock = 512;
+    if (code == 0 && facts.st_blocks * kBytesPerBlock < bytes) code = posix_fallocate(fd, 0, bytes);
+    close(fd);
+    // A file system that cannot allocate ahead leaves it to LMDB.
+    return code == 0 || code == EOPNOTSUPP || code == EINVAL ? Status() : SystemFault(code, what);
+}
+
 // So that a store that was just made is still there after a power failure.
 void SyncDirectory(const std::string& directory) noexcept {
     for (const std::string& path : {directory, directory + "/.."}) {
@@ -157,24 +191,24 @@ Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string
         return SystemFault(errno, "the store " + directory + " cannot be opened");
     if (!S_ISDIR(facts.st_mode)) return SystemFault(ENOTDIR, "the store " + directory + " cannot be opened");
 
-    Registry& registry = *TheRegistry();
+    Registry& registry = TheRegistry();
     const std::lock_guard lock(registry.mutex);
-    // A child forgets its parent's environments; those it still holds are abandoned.
-    if (std::exchange(registry.fork_count, ForkCount()) != ForkCount()) registry.environments.clear();
-    std::weak_ptr<LmdbEnvironment>& entry = registry.environments[{facts.st_dev, facts.st_ino}];
+    auto& environments = registry.environments[{facts.st_dev, facts.st_ino}];
     // A directory that was removed and made again may have the inode of the one before.
-    if (auto environment = entry.lock(); environment && environment->IsInPlace()) return environment;
+    if (!environments.empty() && environments.back()->IsInPlace()) return environments.back();
 
-    const auto environment = std::shared_ptr<LmdbEnvironment>(new LmdbEnvironment(directory, options));
+    auto environment = std::shared_ptr<LmdbEnvironment>(new LmdbEnvironment(directory, options));
+    environments.reserve(environments.size() + 1);
     SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
     SERVICE_RETURN_IF_ERROR(environment->OpenTables());
-    entry = environment;
+    environments.push_back(environment);
     return environment;
 }
 
 Status LmdbEnvironment::OpenFiles() {
     const std::string what = "the store " + directory_ + " cannot be opened";
     const bool is_new = access((directory_ + "/data.mdb").c_str(), F_OK) != 0;
+    SERVICE_RETURN_IF_ERROR(AllocateLockFile(directory_, options_.max_readers));
     // A system that limits address space gets a smaller map, which grows like any other.
     for (size_t bytes = options_.map_bytes;; bytes /= 2) {
         int code = mdb_env_create(&env_);
@@ -191,7 +225,24 @@ Status LmdbEnvironment::OpenFiles() {
     int dead_readers = 0;
     mdb_reader_check(env_, &dead_readers);
     if (is_new) SyncDirectory(directory_);
-    return {};
+    return CompleteDataFile();
+}
+
+// A data file that was cut short would kill the process that reads behind its end. It gets its length back;
+// what was lost reads as zeros, which LMDB and the records' checksums report as damage. (LMDB may leave out
+// the last pages of a file, so a short one need not be damaged.)
+Status LmdbEnvironment::CompleteDataFile() {
+    int fd = -1;
+    MDB_envinfo info{};
+    MDB_stat facts{};
+    struct stat file {};
+    int code = mdb_env_get_fd(env_, &fd);
+    if (code == 0) code = mdb_env_info(env_, &info);
+    if (code == 0) code = mdb_env_stat(env_, &facts);
+    if (code == 0 && fstat(fd, &file) != 0) code = errno;
+    const auto length = static_cast<off_t>((info.me_last_pgno + 1) * facts.ms_psize);
+    if (code == 0 && file.st_size < length) code = posix_fallocate(fd, length - 1, 1);
+    return code == 0 ? Status() : StatusOf(code, "the store " + directory_ + " cannot be opened");
 }
 
 // Begins a transaction before any other thread has the environment, so that the map may follow at once.
@@ -333,9 +384,16 @@ Status LmdbEnvironment::StatusOf(int code, const std::string& what) const {
         case MDB_TXN_FULL:
             return {WBEM_E_QUOTA_VIOLATION, what + ": too much was changed at once"};
         default:
+            // LMDB reports a write that was cut short by a full disk as an error of the device.
+            if (code == EIO && IsDiskFull()) return SystemFault(ENOSPC, what);
             if (code > 0) return SystemFault(code, what);
             return {WBEM_E_PROVIDER_FAILURE, what + ": " + mdb_strerror(code)};
     }
+}
+
+bool LmdbEnvironment::IsDiskFull() const noexcept {
+    struct statvfs facts {};
+    return statvfs(directory_.c_str(), &facts) == 0 && facts.f_bavail * facts.f_frsize < kSmallestFreeSpace;
 }
 
 // Returns LMDB's result. A transaction object used before is renewed, which takes no system call.
@@ -415,9 +473,12 @@ void LmdbEnvironment::LeaveTransaction() noexcept {
 // not done. Another process may have committed under the number since; then the slot is its own.
 void LmdbEnvironment::ForgetRedo(uint64_t number) noexcept {
     MDB_txn* txn = nullptr;
-    if (mdb_txn_begin(env_, nullptr, 0, &txn) != 0) return;
-    if (mdb_txn_id(txn) == number) redo_.Write(number, {});
-    mdb_txn_abort(txn);
+    const int code = mdb_txn_begin(env_, nullptr, 0, &txn);
+    // Where LMDB has given up no other writer of this process can have come between; one of another may have,
+    // and then the slot has its number.
+    std::string operations;
+    if (code != 0 ? redo_.Read(number, operations) : mdb_txn_id(txn) == number) redo_.Write(number, {});
+    if (code == 0) mdb_txn_abort(txn);
 }
 
 // Sets the map's size, 0 for the size that another process gave it, once no transaction runs.
@@ -426,10 +487,21 @@ int LmdbEnvironment::Resize(size_t bytes) {
     changed_.wait(lock, [this] { return !is_resizing_; });
     is_resizing_ = true;
     changed_.wait(lock, [this] { return running_ == 0; });
-    const int code = mdb_env_set_mapsize(env_, bytes);
+    const int code = IsRoomFor(bytes) ? mdb_env_set_mapsize(env_, bytes) : ENOMEM;
     is_resizing_ = false;
     changed_.notify_all();
     return code;
+}
+
+// Whether the address space has room for another map of that size (0: for the one that another process gave
+// it). LMDB gives up the old map first and cannot go on without one.
+bool LmdbEnvironment::IsRoomFor(size_t bytes) const noexcept {
+    MDB_envinfo info{};
+    if (bytes == 0 && mdb_env_info(env_, &info) == 0) bytes = info.me_mapsize;
+    void* const probe = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (probe == MAP_FAILED) return false;
+    munmap(probe, bytes);
+    return true;
 }
 
 Status LmdbEnvironment::Grow() {

@@ -5,7 +5,8 @@
 //   mdb_get(txn.get(), environment->tables().instances, ...);
 //
 // The rules it keeps:
-// - One environment a store and process: environments are shared by the directory's device and inode.
+// - One environment a store and process: environments are shared by the directory's device and inode, and are
+//   kept open until the process ends, because closing one drops the locks of all others on its lock file.
 // - None across fork: the child abandons the parent's environment, unclosed, because closing its lock file
 //   would drop the locks that the child's own environment holds; the next use opens a new one.
 // - Read transactions do not belong to threads (MDB_NOTLS) and are kept for reuse, so that a read costs no
@@ -76,6 +77,9 @@ class LmdbEnvironment {
     Status OpenFiles();
     int BeginAlone(unsigned flags, MDB_txn*& txn);
     Status OpenTables();
+    Status CompleteDataFile();
+    bool IsRoomFor(size_t bytes) const noexcept;
+    bool IsDiskFull() const noexcept;
     Status CheckFormat(MDB_txn* txn);
     int OpenTables(MDB_txn* txn, unsigned flags);
     Status MakeTables();

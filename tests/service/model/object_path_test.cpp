@@ -1,0 +1,280 @@
+#include "service/model/object_path.h"
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "service/model/limits.h"
+#include "service/model/text.h"
+#include "tests/service/model/model_builders.h"
+
+namespace service {
+namespace {
+
+using namespace std::string_literals;
+using testing::HasSubstr;
+
+ClassPtr OneKey() {
+    return Resolved(Declare("Policy", {Key("INSTANCE_ID")}));
+}
+
+ClassPtr AllKinds() {
+    return Resolved(
+        Declare("Kinds", {Key("Text"), Key("Small", CimType::kSint8), Key("Big", CimType::kUint64),
+                          Key("On", CimType::kBoolean), Key("When", CimType::kDatetime)}));
+}
+
+std::string KeyText(const Result<ObjectPath>& path, size_t index = 0) {
+    return std::get<std::string>(path->keys.at(index).value);
+}
+
+int32_t CodeOf(std::string_view path) {
+    return ParseObjectPath(path).code();
+}
+
+TEST(ObjectPath, WholeAndRelativePathsAreRead) {
+    const auto whole = ParseObjectPath(R"(\\.\root\A:Class.INSTANCE_ID="k")");
+    ASSERT_OK(whole);
+    EXPECT_EQ(whole->server, ".");
+    EXPECT_EQ(whole->namespace_path, "root\\A");
+    EXPECT_EQ(whole->class_name, "Class");
+    EXPECT_EQ(whole->keys.at(0).name, "INSTANCE_ID");
+    EXPECT_EQ(KeyText(whole), "k");
+
+    const auto slashes = ParseObjectPath("//host/root/A/B:C=@");
+    ASSERT_OK(slashes);
+    EXPECT_EQ(slashes->server, "host");
+    EXPECT_EQ(slashes->namespace_path, "root\\A\\B");
+    EXPECT_TRUE(slashes->is_singleton);
+    EXPECT_FALSE(slashes->IsClass());
+
+    const auto without_server = ParseObjectPath("root\\A:C");
+    ASSERT_OK(without_server);
+    EXPECT_FALSE(without_server->server);
+    EXPECT_EQ(without_server->namespace_path, "root\\A");
+    EXPECT_TRUE(without_server->IsClass());
+
+    const auto several = ParseObjectPath("C.A=-5,b='x',D=true,E=18446744073709551615");
+    ASSERT_OK(several);
+    ASSERT_EQ(several->keys.size(), 4U);
+    EXPECT_EQ(std::get<int64_t>(several->keys[0].value), -5);
+    EXPECT_EQ(KeyText(several, 1), "x");
+    EXPECT_TRUE(std::get<bool>(several->keys[2].value));
+    EXPECT_EQ(std::get<uint64_t>(several->keys[3].value), UINT64_MAX);
+
+    const auto unnamed = ParseObjectPath("C=\"k\"");
+    ASSERT_OK(unnamed);
+    EXPECT_EQ(unnamed->keys.at(0).name, "");
+}
+
+TEST(ObjectPath, QuotedTextsMayHoldAnything) {
+    EXPECT_EQ(KeyText(ParseObjectPath(R"(C.K="a\"b\\c")")), R"(a"b\c)");
+    EXPECT_EQ(KeyText(ParseObjectPath(R"(C.K='a\'b"c')")), R"(a'b"c)");
+    EXPECT_EQ(KeyText(ParseObjectPath(R"(C.K="C:\Data\new")")), R"(C:\Data\new)");
+    EXPECT_EQ(KeyText(ParseObjectPath("C.K=\"a:b=c,d@e.f g\nh\"")), "a:b=c,d@e.f g\nh");
+    EXPECT_EQ(KeyText(ParseObjectPath("C.K=\"a\0b\""s)), "a\0b"s);
+    EXPECT_EQ(KeyText(ParseObjectPath("C.K=\"😀\"")), "😀");
+    EXPECT_EQ(KeyText(ParseObjectPath("C.K=\"\"")), "");
+}
+
+TEST(ObjectPath, MalformedPathsAreRefused) {
+    for (const std::string& path : {""s,
+                                    "."s,
+                                    "="s,
+                                    ":"s,
+                                    "C."s,
+                                    "C.K"s,
+                                    "C.K="s,
+                                    "C="s,
+                                    "C.K=\""s,
+                                    "C.K=\"a"s,
+                                    "C.K='a\""s,
+                                    "C.K=\"a\\\""s,
+                                    "C.K=\"a\"b\""s,
+                                    "C.K=\"a\","s,
+                                    "C.K=\"a\" "s,
+                                    " C.K=\"a\""s,
+                                    "C .K=\"a\""s,
+                                    "C.K =\"a\""s,
+                                    "C.K= \"a\""s,
+                                    "C.K=\"a\", L=\"b\""s,
+                                    "C.K=\"a\";L=\"b\""s,
+                                    "C.=\"a\""s,
+                                    "C=@x"s,
+                                    "C.K=@"s,
+                                    "C.K=x"s,
+                                    "C.K=-"s,
+                                    "C.K=--1"s,
+                                    "C.K=1x"s,
+                                    "C.K=1.5"s,
+                                    "C.K=0x10"s,
+                                    "C.K=18446744073709551616"s,
+                                    "C.K=-9223372036854775809"s,
+                                    "C.K=truex"s,
+                                    "1C.K=\"a\""s,
+                                    "C-D"s,
+                                    "C\0D"s,
+                                    "\\\\.\\root\\A"s,
+                                    "\\\\.\\root\\A:"s,
+                                    "\\\\:C"s,
+                                    "\\\\.\\:C"s,
+                                    "\\\\.:C"s,
+                                    "\\root:C"s,
+                                    "root\\\\A:C"s,
+                                    ":C"s,
+                                    "root\\A:B:C"s,
+                                    "\\\\.\\root\\A:C.K=\"a\":"s,
+                                    "C.K=\"\xFF\""s,
+                                    "\xC3"s}) {
+        const auto parsed = ParseObjectPath(path);
+        EXPECT_FALSE(parsed.ok()) << path;
+        EXPECT_EQ(parsed.code(), WBEM_E_INVALID_OBJECT_PATH) << path;
+    }
+    EXPECT_THAT(ParseObjectPath("C.K=\"a").status().reason(), HasSubstr("closing"));
+}
+
+// A path cut anywhere is a fault, but for the places where what is left is a path of its own.
+TEST(ObjectPath, EveryTruncationOfAPathIsRefused) {
+    const std::string path = R"(\\.\root\A:Class.Key="a\"b\\",Other='x')";
+    const size_t class_from = path.find(':') + 2;
+    const size_t class_to = path.find(".Key");
+    const size_t first_key = path.find(",Other");
+    for (size_t size = 0; size < path.size(); ++size) {
+        const bool is_class = size >= class_from && size <= class_to;
+        const int32_t expected = is_class || size == first_key ? 0 : WBEM_E_INVALID_OBJECT_PATH;
+        EXPECT_EQ(CodeOf(path.substr(0, size)), expected) << path.substr(0, size);
+    }
+    EXPECT_EQ(CodeOf(path), 0);
+}
+
+TEST(ObjectPath, NamespacePathsAreReadOrRefused) {
+    const auto path = ParseNamespacePath("//./root/A");
+    ASSERT_OK(path);
+    EXPECT_EQ(path->server, ".");
+    EXPECT_EQ(path->path, "root\\A");
+    EXPECT_EQ(ParseNamespacePath("root")->path, "root");
+    for (const std::string& text : {""s, "\\"s, "\\\\"s, "\\\\."s, "\\\\.\\"s, "\\\\\\root"s, "root\\"s,
+                                    "\\root"s, "root\\\\A"s, "root\\A B"s, "root\\\xFF"s, "root:A"s,
+                                    "root\0A"s, "root\\" + std::string(kMaxNamespaceBytes, 'n')}) {
+        EXPECT_EQ(ParseNamespacePath(text).code(), WBEM_E_INVALID_NAMESPACE) << text;
+    }
+}
+
+TEST(ObjectPath, KeysAreFoundInAnyOrderAndCase) {
+    const ClassPtr kinds = AllKinds();
+    const auto key = [&](const char* path) { return KeyOf(*kinds, *ParseObjectPath(path)); };
+    const auto one = key("Kinds.Text=\"Ä\",Small=-1,Big=7,On=TRUE,When=\"2024*\"");
+    ASSERT_OK(one);
+    const auto other = key("KINDS.when='2024*',ON=1,big=007,SMALL=-1,text=\"ä\"");
+    ASSERT_OK(other);
+    EXPECT_EQ(*one, *other);
+    EXPECT_NE(*one, *key("Kinds.Text=\"Ä\",Small=-1,Big=7,On=FALSE,When=\"2024*\""));
+
+    for (const char* wrong :
+         {"Kinds.Text=\"a\"", "Kinds=\"a\"", "Kinds=@", "Kinds.Text=1,Small=1,Big=1,On=TRUE,When=\"\"",
+          "Kinds.Text=\"a\",Small=\"1\",Big=1,On=TRUE,When=\"\"",
+          "Kinds.Text=\"a\",Small=1,Big=1,On=2,When=\"\"", "Kinds.Text=\"a\",Small=1,Big=1,On=TRUE,Then=\"\"",
+          "Kinds.Text=\"a\",Text=\"a\",Text=\"a\",Text=\"a\",Text=\"a\""}) {
+        EXPECT_EQ(key(wrong).code(), WBEM_E_INVALID_OBJECT_PATH) << wrong;
+    }
+    EXPECT_OK(KeyOf(*OneKey(), *ParseObjectPath("Policy='x'")));
+
+    ClassDeclaration only = Declare("Only", {});
+    only.qualifiers.push_back(Flag("Singleton"));
+    const ClassPtr singleton = Resolved(only);
+    EXPECT_OK(KeyOf(*singleton, *ParseObjectPath("Only=@")));
+    EXPECT_EQ(KeyOf(*singleton, *ParseObjectPath("Only=\"x\"")).code(), WBEM_E_INVALID_OBJECT_PATH);
+    EXPECT_EQ(*RelativePathOf(Instance(singleton)), "Only=@");
+}
+
+TEST(ObjectPath, KeysHaveALimit) {
+    const ClassPtr policy = OneKey();
+    Instance instance(policy);
+    ASSERT_OK(SetProperty(instance, "INSTANCE_ID", std::string(kMaxKeyBytes, 'k')));
+    EXPECT_OK(KeyOf(instance));
+    ASSERT_OK(SetProperty(instance, "INSTANCE_ID", std::string(kMaxKeyBytes + 1, 'k')));
+    EXPECT_EQ(KeyOf(instance).code(), WBEM_E_INVALID_OBJECT_PATH);
+    EXPECT_EQ(
+        KeyOf(*policy, *ParseObjectPath("Policy=" + QuoteForPath(std::string(kMaxKeyBytes + 1, 'k')))).code(),
+        WBEM_E_INVALID_OBJECT_PATH);
+}
+
+TEST(ObjectPath, AKeyWithoutAValueIsNamed) {
+    const Instance instance(OneKey());
+    EXPECT_EQ(KeyOf(instance).code(), WBEM_E_ILLEGAL_NULL);
+    EXPECT_THAT(KeyOf(instance).status().reason(), HasSubstr("Policy.INSTANCE_ID"));
+    EXPECT_EQ(RelativePathOf(instance).code(), WBEM_E_ILLEGAL_NULL);
+}
+
+std::string RandomText(std::mt19937& random) {
+    static const std::vector<std::string> pieces = {
+        "a", "B", "\"",   "\\",   "'", "\n",   "\0"s,          "😀", "é", ":", ".", "=", ",",
+        "@", " ", "\\\"", "\\\\", "/", "\x01", "\xEF\xBF\xBF", "%", "_"};
+    std::string text;
+    for (size_t count = random() % 8; count > 0; --count)
+        text += pieces[random() % pieces.size()];
+    return text;
+}
+
+// What is printed reads back as the same instance, and different instances never share a key.
+TEST(ObjectPath, PrintingAndParsingAreInverse) {
+    const ClassPtr kinds = AllKinds();
+    std::mt19937 random(7);
+    std::set<std::pair<std::string, std::string>> keys_and_identities;
+    for (int round = 0; round < 20'000; ++round) {
+        const std::string text = RandomText(random);
+        const auto small = static_cast<int64_t>(random() % 256) - 128;
+        const uint64_t big = random() % 3 ? random() % 3 : UINT64_MAX - random() % 3;
+        const bool on = random() % 2 != 0;
+        Instance instance(kinds);
+        ASSERT_OK(SetProperty(instance, "Text", text));
+        ASSERT_OK(SetProperty(instance, "Small", small));
+        ASSERT_OK(SetProperty(instance, "Big", big));
+        ASSERT_OK(SetProperty(instance, "On", on));
+        ASSERT_OK(SetProperty(instance, "When", std::string("20240229235959.000000+060")));
+
+        const auto printed = RelativePathOf(instance);
+        ASSERT_OK(printed);
+        const auto parsed = ParseObjectPath(*printed);
+        ASSERT_OK(parsed) << *printed;
+        ASSERT_EQ(KeyText(parsed), text);
+        const auto key = KeyOf(instance);
+        ASSERT_OK(key);
+        ASSERT_EQ(*KeyOf(*kinds, *parsed), *key) << *printed;
+
+        std::string identity = Fold(text) + "|";
+        identity += std::to_string(small) + "|" + std::to_string(big) + (on ? "|1" : "|0");
+        keys_and_identities.emplace(*key, identity);
+    }
+    std::set<std::string> keys, identities;
+    for (const auto& [key, identity] : keys_and_identities) {
+        EXPECT_TRUE(keys.insert(key).second) << "two instances with one key";
+        EXPECT_TRUE(identities.insert(identity).second) << "one instance with two keys";
+    }
+}
+
+// Two texts that shift a character over the border between two keys must not meet.
+TEST(ObjectPath, NeighbouringKeysDoNotRunTogether) {
+    const ClassPtr pair = Resolved(Declare("Pair", {Key("A"), Key("B")}));
+    std::set<std::string> keys;
+    const std::vector<std::string> texts = {"",        "\0"s, "\0\0"s, "\0\x01"s, "\x01",
+                                            "\0\x02"s, "a",   "a\0"s,  "\0a"s};
+    for (const std::string& a : texts) {
+        for (const std::string& b : texts) {
+            Instance instance(pair);
+            ASSERT_OK(SetProperty(instance, "A", a));
+            ASSERT_OK(SetProperty(instance, "B", b));
+            keys.insert(*KeyOf(instance));
+        }
+    }
+    EXPECT_EQ(keys.size(), texts.size() * texts.size());
+}
+
+}  // namespace
+}  // namespace service

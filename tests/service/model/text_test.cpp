@@ -1,0 +1,112 @@
+#include "service/model/text.h"
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace service {
+namespace {
+
+std::wstring ToWide(const std::string& utf8) {
+    const long units = CountWideUnits(utf8);
+    EXPECT_GE(units, 0);
+    std::wstring wide(static_cast<size_t>(units), L'\0');
+    WriteWide(utf8, wide.data());
+    return wide;
+}
+
+TEST(Text, EveryCodePointComesBackAndNothingElseGoes) {
+    for (uint32_t code = 0; code <= 0x110010; ++code) {
+        const bool is_surrogate = code >= 0xD800 && code <= 0xDFFF;
+        const std::wstring wide = L"a" + std::wstring(1, static_cast<wchar_t>(code));
+        std::string utf8 = "kept";
+        const bool done = AppendUtf8(wide, utf8);
+        ASSERT_EQ(done, !is_surrogate && code <= 0x10FFFF) << std::hex << code;
+        if (!done) {
+            ASSERT_EQ(utf8, "kept") << std::hex << code;
+            continue;
+        }
+        ASSERT_TRUE(IsValidUtf8(utf8)) << std::hex << code;
+        ASSERT_EQ(ToWide(utf8.substr(4)), wide) << std::hex << code;
+    }
+    std::string utf8;
+    EXPECT_FALSE(AppendUtf8(std::wstring(1, static_cast<wchar_t>(0xFFFFFFFF)), utf8));
+    EXPECT_TRUE(AppendUtf8(std::wstring(L"a\0b", 3), utf8));
+    EXPECT_EQ(utf8, std::string("a\0b", 3));
+}
+
+TEST(Text, IllFormedUtf8IsRefused) {
+    const std::vector<std::string> ill_formed = {
+        "\x80",              // a continuation alone
+        "a\xC3",             // cut
+        "\xE2\x82",          // cut
+        "\xF0\x9F\x98",      // cut
+        "\xC0\xAF",          // overlong
+        "\xE0\x80\xAF",      // overlong
+        "\xED\xA0\x80",      // a surrogate
+        "\xF4\x90\x80\x80",  // above 0x10FFFF
+        "\xFF",
+        "\xFE",
+        "ok\xF8\x88\x80\x80\x80",
+    };
+    for (const std::string& text : ill_formed) {
+        EXPECT_FALSE(IsValidUtf8(text));
+        EXPECT_EQ(CountWideUnits(text), -1);
+        EXPECT_NE(ToWideLossy(text).find(L'\xFFFD'), std::wstring::npos);
+        // Folding has to live with what a damaged store holds.
+        EXPECT_NO_FATAL_FAILURE(Fold(text));
+    }
+    EXPECT_EQ(ToUtf8Lossy(std::wstring(L"a\xD800") + L"b"),
+              "a\xEF\xBF\xBD"
+              "b");
+}
+
+TEST(Text, FoldingComparesWithoutRegardToCase) {
+    EXPECT_TRUE(EqualFolded("Instance_ID", "INSTANCE_id"));
+    EXPECT_FALSE(EqualFolded("INSTANCE_ID", "INSTANCE_I"));
+    EXPECT_FALSE(EqualFolded("a[", "a{"));  // letters only
+    EXPECT_TRUE(EqualFolded("Größe", "GRÖSSE"));
+    EXPECT_TRUE(EqualFolded("ΣΊΣΥΦΟΣ", "σίσυφος"));
+    EXPECT_TRUE(EqualFolded("ДОМ", "дом"));
+    EXPECT_TRUE(EqualFolded("\xE2\x84\xAA", "k"));  // the Kelvin sign
+    EXPECT_FALSE(EqualFolded("é", "e"));
+    EXPECT_FALSE(EqualFolded(std::string("a\0b", 3), "a"));
+    EXPECT_EQ(Fold("😀A"), "😀a");
+}
+
+// What was folded once must not fold further, or a key would depend on how often it was folded.
+TEST(Text, FoldingIsStable) {
+    for (uint32_t code = 0x80; code <= 0x10FFFF; ++code) {
+        std::string text;
+        if (!AppendUtf8(std::wstring(1, static_cast<wchar_t>(code)), text)) continue;
+        const std::string folded = Fold(text);
+        ASSERT_TRUE(IsValidUtf8(folded)) << std::hex << code;
+        ASSERT_EQ(Fold(folded), folded) << std::hex << code;
+    }
+}
+
+TEST(Text, MessagesAreCutBetweenCharacters) {
+    EXPECT_EQ(ClipForMessage("äöü", 6), "äöü");
+    EXPECT_EQ(ClipForMessage("äöü", 5), "äö...");
+    EXPECT_EQ(ClipForMessage("äöü", 1), "...");
+    EXPECT_EQ(ClipForMessage("\x80\x80\x80", 2), "...");
+}
+
+TEST(Text, RandomBytesAreEitherRefusedOrComeBack) {
+    std::mt19937 random(20240601);
+    for (int round = 0; round < 20'000; ++round) {
+        std::string bytes(random() % 12, '\0');
+        for (char& byte : bytes)
+            byte = static_cast<char>(random() % 4 ? random() : 0x80 | (random() & 0x3F));
+        if (!IsValidUtf8(bytes)) continue;
+        std::string back;
+        ASSERT_TRUE(AppendUtf8(ToWide(bytes), back));
+        ASSERT_EQ(back, bytes);
+    }
+}
+
+}  // namespace
+}  // namespace service

@@ -1,0 +1,152 @@
+// What a crash of the system may take: the meta page of the last commit, which is not flushed. The crash is
+// made by putting the meta pages back as they were before that commit.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <lmdb.h>
+
+#include "service/store/redo_slots.h"
+#include "tests/service/child_process.h"
+#include "tests/service/store/store_access.h"
+#include "tests/service/temporary_directory.h"
+
+namespace service {
+namespace {
+
+constexpr size_t kMetaPages = 2 * 4096;
+
+class LostMetaPage : public testing::Test {
+ protected:
+    std::string ReadMetaPages() const {
+        std::ifstream file(data_file_, std::ios::binary);
+        std::string bytes(kMetaPages, '\0');
+        file.read(bytes.data(), kMetaPages);
+        return bytes;
+    }
+
+    void WriteMetaPages(const std::string& bytes) const {
+        std::fstream file(data_file_, std::ios::binary | std::ios::in | std::ios::out);
+        file.write(bytes.data(), kMetaPages);
+    }
+
+    // Each in a process of its own, so that nothing of the store is held in memory between them.
+    void PutOnce(std::string_view key, std::string_view record) const {
+        ASSERT_EQ(RunInChild([&] { return Put(*OpenStore(path_), 1, key, record), 0; }), 0);
+    }
+    bool HoldsOnce(std::string_view key, const std::optional<std::string>& record) const {
+        return RunInChild([&] { return Get(*OpenStore(path_), 1, key) == record ? 0 : 1; }) == 0;
+    }
+
+    const TemporaryDirectory directory_;
+    const std::string path_ = directory_.path() + "/store";
+    const std::string data_file_ = path_ + "/data.mdb";
+};
+
+TEST_F(LostMetaPage, TheCommitIsCarriedOutAgainOnce) {
+    PutOnce("first", "1");
+    const std::string before = ReadMetaPages();
+    PutOnce("second", "2");
+    WriteMetaPages(before);
+
+    EXPECT_TRUE(HoldsOnce("second", "2"));
+    EXPECT_TRUE(HoldsOnce("first", "1"));
+    const std::string restored = ReadMetaPages();
+    EXPECT_TRUE(HoldsOnce("second", "2"));
+    EXPECT_EQ(ReadMetaPages(), restored);
+
+    uint64_t last_change = 0;
+    EXPECT_OK(OpenStore(path_)->Read([&](StoreReader& reader) { return reader.LastChange(last_change); }));
+    EXPECT_EQ(last_change, 2U);
+}
+
+TEST_F(LostMetaPage, EvenTwoCommitsAreCarriedOutAgainInOrder) {
+    PutOnce("a", "1");
+    const std::string before = ReadMetaPages();
+    PutOnce("a", "2");
+    ASSERT_EQ(RunInChild([&] { return Delete(*OpenStore(path_), 1, "a"), 0; }), 0);
+    WriteMetaPages(before);
+    EXPECT_TRUE(HoldsOnce("a", std::nullopt));
+    PutOnce("a", "3");
+    EXPECT_TRUE(HoldsOnce("a", "3"));
+}
+
+TEST_F(LostMetaPage, WhatFollowsARestoredCommitIsRestoredToo) {
+    for (int round = 1; round <= 20; ++round) {
+        const std::string value = std::to_string(round);
+        PutOnce("counter", value + "-kept");
+        const std::string before = ReadMetaPages();
+        PutOnce("counter", value);
+        WriteMetaPages(before);
+        ASSERT_TRUE(HoldsOnce("counter", value));
+    }
+}
+
+// Slots in an LMDB of their own.
+class Slots : public testing::Test {
+ protected:
+    Slots() {
+        Check(mdb_env_create(&env_));
+        Check(mdb_env_open(env_, directory_.path().c_str(), 0, 0600));
+        MDB_txn* txn = nullptr;
+        MDB_dbi table = 0;
+        Check(mdb_txn_begin(env_, nullptr, 0, &txn));
+        Check(mdb_dbi_open(txn, nullptr, 0, &table));
+        Check(RedoSlots::Create(txn, table));
+        Check(mdb_txn_commit(txn));
+        Check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn));
+        Check(slots_.Locate(env_, txn, table));
+        mdb_txn_abort(txn);
+    }
+    ~Slots() override { mdb_env_close(env_); }
+
+    static void Check(int code) { ASSERT_EQ(code, 0) << mdb_strerror(code); }
+
+    // Flips one bit of the first place in the data file that holds `text`.
+    void Damage(const std::string& text) const {
+        const std::string name = directory_.path() + "/data.mdb";
+        std::ifstream file(name, std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        const size_t place = bytes.find(text);
+        ASSERT_NE(place, std::string::npos);
+        const char damaged = static_cast<char>(bytes[place] ^ 1);
+        const int fd = open(name.c_str(), O_WRONLY | O_CLOEXEC);
+        EXPECT_EQ(pwrite(fd, &damaged, 1, static_cast<off_t>(place)), 1);
+        close(fd);
+    }
+
+    TemporaryDirectory directory_;
+    MDB_env* env_ = nullptr;
+    RedoSlots slots_;
+};
+
+TEST_F(Slots, HoldTheLastTwoTransactions) {
+    std::string found;
+    EXPECT_FALSE(slots_.Read(0, found));
+    EXPECT_FALSE(slots_.Read(1, found));
+    EXPECT_TRUE(slots_.Write(6, "six"));
+    EXPECT_TRUE(slots_.Write(7, "seven"));
+    EXPECT_TRUE(slots_.Read(6, found));
+    EXPECT_EQ(found, "six");
+    EXPECT_TRUE(slots_.Write(8, std::string(RedoSlots::kCapacity, 'x')));
+    EXPECT_FALSE(slots_.Read(6, found));
+    EXPECT_TRUE(slots_.Read(7, found));
+    EXPECT_EQ(found, "seven");
+    EXPECT_TRUE(slots_.Read(8, found));
+    EXPECT_EQ(found.size(), RedoSlots::kCapacity);
+}
+
+TEST_F(Slots, RefuseWhatDoesNotFitAndWhatIsDamaged) {
+    std::string found;
+    EXPECT_FALSE(slots_.Write(9, std::string(RedoSlots::kCapacity + 1, 'x')));
+    EXPECT_TRUE(slots_.Write(10, "operations of ten"));
+    Damage("operations of ten");
+    EXPECT_FALSE(slots_.Read(10, found));
+}
+
+}  // namespace
+}  // namespace service
