@@ -43,10 +43,11 @@ Status CheckIdentity(std::wstring_view user, std::wstring_view domain) {
         realm = name.substr(at + 1);
         name.erase(at);
     }
+    // A name that is given but empty names nobody: it is refused, not taken for none.
     const std::string account = AccountName();
     // Account names are told apart by case on this system.
     if (!account.empty() && name == account && (realm.empty() || IsThisMachine(realm))) return {};
-    return {WBEM_E_ACCESS_DENIED, "the identity " + (realm.empty() ? "" : realm + "\\") + name +
+    return {WBEM_E_ACCESS_DENIED, "the identity \"" + (realm.empty() ? "" : realm + "\\") + name + "\"" +
                                       " is refused: this process runs as " +
                                       (account.empty() ? "an unknown account" : account) +
                                       ", and the service takes no other identity from it. Name none, or run "

@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include <atlbase.h>
+
 #include "service/model/limits.h"
 #include "service/model/text.h"
 
@@ -224,10 +226,12 @@ bool ReadWhole(const Plain& plain, Whole& whole) noexcept {
         return true;
     }
     if (const auto* real = std::get_if<double>(&plain)) {
-        // Every whole double below 2^63 is one int64_t.
+        // Every whole double below 2^63 is one int64_t, those up to 2^64 are a uint64_t.
         constexpr double kBound = 9223372036854775808.0;
-        if (!(*real >= -kBound && *real < kBound) || std::trunc(*real) != *real) return false;
-        return from_signed(static_cast<int64_t>(*real));
+        if (!(*real >= -kBound && *real < 2 * kBound) || std::trunc(*real) != *real) return false;
+        if (*real < kBound) return from_signed(static_cast<int64_t>(*real));
+        whole.magnitude = static_cast<uint64_t>(*real);
+        return true;
     }
     if (const auto* text = std::get_if<std::string>(&plain)) {
         int64_t number = 0;
@@ -402,13 +406,11 @@ Status ToVariant(const PropertyType& type, const ValueView& value, WrapObject wr
 
 Result<Value> FromVariant(const PropertyType& type, const VARIANT& variant, UnwrapObject unwrap) {
     if (variant.vt & VT_BYREF) {
-        VARIANT direct{};
+        CComVariant direct;
         const HRESULT copied = VariantCopyInd(&direct, &variant);
         if (copied == E_OUTOFMEMORY) throw std::bad_alloc();
         if (FAILED(copied)) return Mismatch(type, DescribeVariant(variant.vt));
-        Result<Value> value = FromVariant(type, direct, unwrap);
-        VariantClear(&direct);
-        return value;
+        return FromVariant(type, direct, unwrap);
     }
     if (variant.vt == VT_NULL) return Value();
     if (type.is_array) {

@@ -24,18 +24,13 @@ Value OwnedCopy(const ValueView& view) {
         view);
 }
 
-size_t EmbeddingDepthOf(const Instance& instance) {
-    size_t depth = 0;
-    for (size_t i = 0; i < instance.Class()->Properties().size(); ++i) {
-        if (RepresentationOf(instance.Class()->Properties()[i].type.type) != Representation::kObject)
-            continue;
-        Value storage;
-        ValueView view;
-        bool is_set = false;
-        if (!instance.ReadOwn(i, is_set, storage, view).ok() || !is_set) continue;
-        depth = std::max(depth, EmbeddingDepth(OwnedCopy(view)));
-    }
-    return depth;
+constexpr uint64_t kIsKnown = uint64_t{1} << 63;
+
+void Add(const ObjectPtr& object, Embedding& sum) {
+    const Embedding within = object->EmbeddedObjects();
+    sum.depth = std::max(sum.depth, within.depth + 1);
+    sum.objects += std::min(within.objects, kMaxEmbeddedObjects) + 1;
+    sum.objects = std::min(sum.objects, kMaxEmbeddedObjects + 1);
 }
 
 }  // namespace
@@ -75,11 +70,18 @@ Status Instance::Set(size_t index, Value value) {
     if (Status fault = CheckValue(property.type, value); !fault.ok()) {
         return {fault.code(), "property " + class_->Name() + "." + property.name + ": " + fault.reason()};
     }
-    if (RepresentationOf(property.type.type) == Representation::kObject &&
-        EmbeddingDepth(value) > kMaxEmbeddingDepth) {
-        return {WBEM_E_INVALID_OBJECT, "property " + class_->Name() + "." + property.name +
-                                           ": objects are embedded more than " +
-                                           std::to_string(kMaxEmbeddingDepth) + " deep"};
+    if (property.type.type == CimType::kObject) {
+        const Embedding objects = EmbeddedObjectsOf(ViewOf(value));
+        const std::string which = "property " + class_->Name() + "." + property.name;
+        if (objects.depth > kMaxEmbeddingDepth) {
+            return {WBEM_E_INVALID_OBJECT, which + ": objects are embedded more than " +
+                                               std::to_string(kMaxEmbeddingDepth) + " deep"};
+        }
+        if (objects.objects > kMaxEmbeddedObjects) {
+            return {WBEM_E_INVALID_OBJECT,
+                    which + ": more than " + std::to_string(kMaxEmbeddedObjects) + " objects are embedded"};
+        }
+        embedding_.Store(0);
     }
     Slot& slot = SlotAt(index);
     slot.value = std::move(value);
@@ -87,7 +89,28 @@ Status Instance::Set(size_t index, Value value) {
     return {};
 }
 
+Embedding Instance::EmbeddedObjects() const {
+    if (!class_->HasObjects()) return {};
+    if (const uint64_t kept = embedding_.Load(); kept & kIsKnown) {
+        return {static_cast<uint32_t>((kept & ~kIsKnown) >> 32), static_cast<uint32_t>(kept)};
+    }
+    Embedding sum;
+    for (size_t i = 0; i < class_->Properties().size(); ++i) {
+        if (class_->Properties()[i].type.type != CimType::kObject) continue;
+        Value storage;
+        ValueView view;
+        bool is_set = false;
+        if (!ReadOwn(i, is_set, storage, view).ok() || !is_set) continue;
+        const Embedding value = EmbeddedObjectsOf(view);
+        sum.depth = std::max(sum.depth, value.depth);
+        sum.objects = std::min(sum.objects + value.objects, kMaxEmbeddedObjects + 1);
+    }
+    embedding_.Store(kIsKnown | uint64_t{sum.depth} << 32 | sum.objects);
+    return sum;
+}
+
 void Instance::Unset(size_t index) {
+    embedding_.Store(0);
     Slot& slot = SlotAt(index);
     slot.change = Change::kUnset;
     slot.value = {};
@@ -131,18 +154,16 @@ bool SameInstance(const Instance& a, const Instance& b) {
     return true;
 }
 
-size_t EmbeddingDepth(const Value& value) {
-    if (const auto* object = std::get_if<ObjectPtr>(&value))
-        return *object ? 1 + EmbeddingDepthOf(**object) : 0;
-    const auto* array = std::get_if<Array>(&value);
-    size_t depth = 0;
-    if (array) {
-        for (const Scalar& element : *array) {
+Embedding EmbeddedObjectsOf(const ValueView& value) {
+    Embedding sum;
+    if (const auto* object = std::get_if<const ObjectPtr*>(&value); object && **object) Add(**object, sum);
+    if (const auto* array = std::get_if<const Array*>(&value)) {
+        for (const Scalar& element : **array) {
             const auto* object = std::get_if<ObjectPtr>(&element);
-            if (object && *object) depth = std::max(depth, 1 + EmbeddingDepthOf(**object));
+            if (object && *object) Add(*object, sum);
         }
     }
-    return depth;
+    return sum;
 }
 
 }  // namespace service

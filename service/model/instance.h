@@ -10,6 +10,7 @@
 // asked for. An instance belongs to one thread at a time; const operations may run on any number of threads.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,6 +32,13 @@ class StoredProperties {
 
     // Whether there is one, without decoding it.
     virtual bool Has(const PropertyDefinition& property, size_t index) const noexcept = 0;
+};
+
+// The objects embedded in something: how deep they go, and how many there are. One that is embedded in
+// several places counts in each.
+struct Embedding {
+    uint32_t depth = 0;
+    uint32_t objects = 0;
 };
 
 class Instance {
@@ -61,6 +69,9 @@ class Instance {
     // Whether Set or Unset was called since the instance was read from the store.
     bool IsChanged() const noexcept { return !changes_.empty(); }
 
+    // Computed once and kept until an object is set: an object may be shared by very many others.
+    Embedding EmbeddedObjects() const;
+
     // The record the instance was read from, null for one made here.
     const std::shared_ptr<const StoredProperties>& Stored() const noexcept { return stored_; }
 
@@ -75,15 +86,32 @@ class Instance {
     };
     Slot& SlotAt(size_t index);
 
+    // An Embedding that const operations on several threads may compute; 0 while it is not known.
+    class KeptEmbedding {
+     public:
+        KeptEmbedding() = default;
+        KeptEmbedding(const KeptEmbedding& other) noexcept : packed_(other.packed_.load()) {}
+        KeptEmbedding& operator=(const KeptEmbedding& other) noexcept {
+            packed_ = other.packed_.load();
+            return *this;
+        }
+        uint64_t Load() const noexcept { return packed_.load(std::memory_order_relaxed); }
+        void Store(uint64_t packed) const noexcept { packed_.store(packed, std::memory_order_relaxed); }
+
+     private:
+        mutable std::atomic<uint64_t> packed_{0};
+    };
+
     ClassPtr class_;
     std::shared_ptr<const StoredProperties> stored_;
     std::vector<Slot> changes_;  // empty, or one slot a property
+    KeptEmbedding embedding_;
 };
 
 // Whether both are of the same class name and every property has the same value.
 bool SameInstance(const Instance& a, const Instance& b);
 
-// How deep objects are embedded in `value`: 0 for a value that is none.
-size_t EmbeddingDepth(const Value& value);
+// The objects in `value`, none for a value that holds none.
+Embedding EmbeddedObjectsOf(const ValueView& value);
 
 }  // namespace service

@@ -28,6 +28,9 @@ inline constexpr size_t kMaxQualifiers = 1'024;
 // Embedded objects within embedded objects.
 inline constexpr size_t kMaxEmbeddingDepth = 128;
 
+// Embedded objects in the value of one property, those within others included.
+inline constexpr uint32_t kMaxEmbeddedObjects = 100'000;
+
 // Elements of an array value.
 inline constexpr size_t kMaxArrayElements = 16'777'216;
 

@@ -87,18 +87,12 @@ char FoldAscii(char c) noexcept {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
+// One code point for one, so that texts of different letters never become the same: full folding would take
+// the German sharp s for two of the plain one. By way of the upper case, which makes one of letters that have
+// several lower cases.
 void AppendFoldedCodePoint(char32_t code_point, std::string& folded) {
-    std::array<utf8proc_int32_t, 8> mapped{};
-    int last_boundary_class = 0;
-    const auto count = utf8proc_decompose_char(static_cast<utf8proc_int32_t>(code_point), mapped.data(),
-                                               mapped.size(), UTF8PROC_CASEFOLD, &last_boundary_class);
-    if (count <= 0 || static_cast<size_t>(count) > mapped.size()) {
-        AppendCodePoint(code_point, folded);
-        return;
-    }
-    for (utf8proc_ssize_t i = 0; i < count; ++i) {
-        AppendCodePoint(static_cast<char32_t>(mapped[static_cast<size_t>(i)]), folded);
-    }
+    const utf8proc_int32_t upper = utf8proc_toupper(static_cast<utf8proc_int32_t>(code_point));
+    AppendCodePoint(static_cast<char32_t>(utf8proc_tolower(upper)), folded);
 }
 
 }  // namespace

@@ -23,7 +23,8 @@ long CountWideUnits(std::string_view utf8) noexcept;
 // Writes the wide form of `utf8`, valid and of CountWideUnits(utf8) units, to `wide`.
 void WriteWide(std::string_view utf8, wchar_t* wide) noexcept;
 
-// Writes `utf8` to `wide`, one unit a byte; false when it is not all ASCII, so that this is not its wide form.
+// Writes `utf8` to `wide`, one unit a byte; false when it is not all ASCII, so that this is not its wide
+// form.
 bool WriteWideAscii(std::string_view utf8, wchar_t* wide) noexcept;
 
 // The wide form of `utf8`, each ill-formed byte as U+FFFD: for messages, never for data.
@@ -37,8 +38,9 @@ std::string ClipForMessage(std::string_view utf8, size_t max_bytes);
 
 bool IsValidUtf8(std::string_view text) noexcept;
 
-// Unicode case folding of valid UTF-8. Folded text is written to disk as part of keys; Unicode's stability
-// policy keeps the folding of every assigned character as it is for all future versions.
+// Case folding of valid UTF-8, each code point by its simple case mappings. Folded text is written to disk as
+// part of keys; Unicode's stability policy keeps the case pairs of assigned characters for all future
+// versions.
 std::string Fold(std::string_view text);
 void AppendFolded(std::string_view text, std::string& folded);
 

@@ -74,6 +74,7 @@ Status UnknownClass(const Namespace& space, std::string_view name) {
                                       " in the namespace " + space.path};
 }
 
+constexpr size_t kAccountBytes = 16'384;
 constexpr size_t kMaxShownPath = 300;
 
 Status NoInstance(const Namespace& space, const ObjectPath& path) {
@@ -367,7 +368,7 @@ Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration decla
         bool found = false;
         SERVICE_RETURN_IF_ERROR(reader_.GetSchema(key, stored, found));
         if (found && stored == bytes) return {};
-        SERVICE_RETURN_IF_ERROR(CheckInstances(newer->Name(), *older, *newer));
+        SERVICE_RETURN_IF_ERROR(CheckInstances(space, newer->Name(), *older, *newer));
         SERVICE_RETURN_IF_ERROR(CheckSubclasses(space, newer));
     }
     SERVICE_RETURN_IF_ERROR(writer_.PutSchema(key, bytes));
@@ -382,8 +383,8 @@ Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration decla
 }
 
 // Instances of `older` must be instances of `newer`, what it becomes by the new declaration of `changed`.
-Status RepositoryWriter::CheckInstances(const std::string& changed, const ClassDefinition& older,
-                                        const ClassDefinition& newer) {
+Status RepositoryWriter::CheckInstances(const Namespace& space, const std::string& changed,
+                                        const ClassDefinition& older, const ClassDefinition& newer) {
     std::string what;
     if (const PropertyDefinition* lost = FirstLostProperty(older, newer)) {
         what = "changes or drops the property " + lost->name;
@@ -394,11 +395,47 @@ Status RepositoryWriter::CheckInstances(const std::string& changed, const ClassD
     } else {
         return {};
     }
+    const std::string which =
+        "the new declaration of class " + changed + " " + what + " of class " + older.Name();
     SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(older));
-    if (!has_instances) return {};
-    return {WBEM_E_CLASS_HAS_INSTANCES,
-            "the new declaration of class " + changed + " " + what + " of class " + older.Name() +
-                ", which has instances: delete them first, or keep what they hold"};
+    if (has_instances) {
+        return {WBEM_E_CLASS_HAS_INSTANCES,
+                which + ", which has instances: delete them first, or keep what they hold"};
+    }
+    SERVICE_ASSIGN_OR_RETURN(const ClassPtr holder, FindHolder(space, older));
+    if (holder) {
+        return {WBEM_E_CLASS_HAS_INSTANCES,
+                which + ", and class " + holder->Name() +
+                    " has instances that may hold objects of it: delete them first, or "
+                    "keep what they hold"};
+    }
+    return {};
+}
+
+Result<ClassPtr> RepositoryWriter::FindHolder(const Namespace& space, const ClassDefinition& definition) {
+    SERVICE_ASSIGN_OR_RETURN(const SchemaCache::ClassList all, Classes(space));
+    // What may be held, first the class itself, then what may hold it and be held in turn.
+    std::vector<const ClassDefinition*> held{&definition};
+    const auto may_hold = [&](const PropertyDefinition& property) {
+        return property.type.type == CimType::kObject &&
+               (property.type.class_name.empty() ||
+                std::any_of(held.begin(), held.end(), [&](const ClassDefinition* each) {
+                    return each->IsA(property.type.class_name);
+                }));
+    };
+    for (bool is_growing = true; is_growing;) {
+        is_growing = false;
+        for (const ClassPtr& candidate : *all) {
+            if (std::find(held.begin(), held.end(), candidate.get()) != held.end()) continue;
+            const auto& properties = candidate->Properties();
+            if (std::none_of(properties.begin(), properties.end(), may_hold)) continue;
+            SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(*candidate));
+            if (has_instances) return candidate;
+            held.push_back(candidate.get());
+            is_growing = true;
+        }
+    }
+    return ClassPtr();
 }
 
 // The subclasses must still be classes, and fit their instances: each is joined anew with the class above it.
@@ -420,7 +457,7 @@ Status RepositoryWriter::CheckSubclasses(const Namespace& space, const ClassPtr&
                                       " does not fit its subclass " + subclass->Name() + ": " +
                                       again.status().reason()};
         }
-        SERVICE_RETURN_IF_ERROR(CheckInstances(newer->Name(), *subclass, **again));
+        SERVICE_RETURN_IF_ERROR(CheckInstances(space, newer->Name(), *subclass, **again));
         joined.push_back(std::move(*again));
     }
     return {};
@@ -446,6 +483,12 @@ Status RepositoryWriter::DeleteClass(const Namespace& space, std::string_view na
     if (has_instances) {
         return {WBEM_E_CLASS_HAS_INSTANCES,
                 "class " + definition->Name() + " has instances: delete them first"};
+    }
+    SERVICE_ASSIGN_OR_RETURN(const ClassPtr holder, FindHolder(space, *definition));
+    if (holder) {
+        return {WBEM_E_CLASS_HAS_INSTANCES, "class " + holder->Name() +
+                                                " has instances that may hold objects of class " +
+                                                definition->Name() + ": delete them first"};
     }
     SERVICE_RETURN_IF_ERROR(writer_.DeleteSchema(ClassKey(space.id, name)));
     LeaveSharedCache();
@@ -564,8 +607,11 @@ std::string Repository::DefaultDirectory() {
         return std::string(data) + "/mgmt";
     if (const char* home = secure_getenv("HOME"); home && *home == '/')
         return std::string(home) + "/.local/share/mgmt";
-    const passwd* account = getpwuid(geteuid());
-    return account ? std::string(account->pw_dir) + "/.local/share/mgmt" : std::string();
+    std::vector<char> buffer(kAccountBytes);
+    passwd account{};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &account, buffer.data(), buffer.size(), &found) != 0 || !found) return {};
+    return std::string(found->pw_dir) + "/.local/share/mgmt";
 }
 
 Status Repository::Read(FunctionRef<Status(RepositoryReader&)> read) const {

@@ -9,8 +9,8 @@
 // superclass's name, and the same key may stand once in each class.
 //
 // An operation that changes something is atomic, and durable when it returns without a fault. Any number of
-// threads and processes may use one store; within a process repositories of one directory are shared. After
-// a fork the child may go on using its parent's repositories.
+// threads and processes may use one store, over one repository or several. After a fork the child may go on
+// using its parent's repositories.
 #pragma once
 
 #include <atomic>
@@ -108,9 +108,11 @@ class RepositoryWriter : public RepositoryReader {
     Status SettleObjects(const Namespace& space, Instance& instance);
     Status StoreInstance(const Instance& instance, PutCondition condition);
     Status CheckSubclasses(const Namespace& space, const ClassPtr& newer);
-    Status CheckInstances(const std::string& changed, const ClassDefinition& older,
+    Status CheckInstances(const Namespace& space, const std::string& changed, const ClassDefinition& older,
                           const ClassDefinition& newer);
     Result<bool> HasInstances(const ClassDefinition& definition);
+    // A class with instances that may hold objects of `definition`, directly or within others; null for none.
+    Result<ClassPtr> FindHolder(const Namespace& space, const ClassDefinition& definition);
 
     StoreWriter& writer_;
     bool has_own_cache_ = false;

@@ -100,11 +100,28 @@ TEST(Instance, EmbeddingHasALimit) {
         ASSERT_OK(SetProperty(*outer, "Inner", ObjectPtr(std::move(inner)))) << depth;
         inner = std::move(outer);
     }
-    EXPECT_EQ(EmbeddingDepth(ObjectPtr(inner)), kMaxEmbeddingDepth);
+    const Value deepest = ObjectPtr(inner);
+    EXPECT_EQ(EmbeddedObjectsOf(ViewOf(deepest)).depth, kMaxEmbeddingDepth);
     auto last = std::make_shared<Instance>(nest);
     ASSERT_OK(SetProperty(*last, "Inner", ObjectPtr(inner)));
     Instance over(nest);
     EXPECT_EQ(SetProperty(over, "Inner", ObjectPtr(last)).code(), WBEM_E_INVALID_OBJECT);
+}
+
+// Each holds the one before twice, so the objects double with every level.
+TEST(Instance, ObjectsSharedManyTimesAreCountedAndHaveALimit) {
+    const ClassPtr pair =
+        Resolved(Declare("Pair", {Property("Left", CimType::kObject), Property("Right", CimType::kObject)}));
+    ObjectPtr below = std::make_shared<const Instance>(pair);
+    int32_t refused = 0;
+    for (int level = 1; level <= 100 && refused == 0; ++level) {
+        Instance above(pair);
+        refused = SetProperty(above, "Left", below).code();
+        if (refused != 0) break;
+        ASSERT_OK(SetProperty(above, "Right", below));
+        below = std::make_shared<const Instance>(std::move(above));
+    }
+    EXPECT_EQ(refused, WBEM_E_INVALID_OBJECT);
 }
 
 }  // namespace

@@ -68,7 +68,9 @@ TEST(Text, FoldingComparesWithoutRegardToCase) {
     EXPECT_TRUE(EqualFolded("Instance_ID", "INSTANCE_id"));
     EXPECT_FALSE(EqualFolded("INSTANCE_ID", "INSTANCE_I"));
     EXPECT_FALSE(EqualFolded("a[", "a{"));  // letters only
-    EXPECT_TRUE(EqualFolded("Größe", "GRÖSSE"));
+    EXPECT_TRUE(EqualFolded("Größe", "GRÖßE"));
+    EXPECT_FALSE(EqualFolded("straße", "strasse"));  // other letters, so another id
+    EXPECT_FALSE(EqualFolded("ﬁx", "fix"));
     EXPECT_TRUE(EqualFolded("ΣΊΣΥΦΟΣ", "σίσυφος"));
     EXPECT_TRUE(EqualFolded("ДОМ", "дом"));
     EXPECT_TRUE(EqualFolded("\xE2\x84\xAA", "k"));  // the Kelvin sign

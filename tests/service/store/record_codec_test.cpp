@@ -127,7 +127,7 @@ void ReadAll(const Instance& instance) {
         }
     }
     static_cast<void>(KeyOf(instance).ok());
-    static_cast<void>(EmbeddingDepth(Value(std::make_shared<const Instance>(instance))));
+    static_cast<void>(instance.EmbeddedObjects());
     std::string again;
     static_cast<void>(EncodeInstance(instance, again).ok());
 }
