@@ -57,14 +57,6 @@ Registry& TheRegistry() {
     return *registry;
 }
 
-MDB_val ValueOf(std::string_view bytes) noexcept {
-    return {bytes.size(), const_cast<char*>(bytes.data())};
-}
-
-std::string_view ViewOf(const MDB_val& value) noexcept {
-    return {static_cast<const char*>(value.mv_data), value.mv_size};
-}
-
 // The operations of a transaction as the slots hold them. Tables are numbered in the order of LmdbTables.
 //
 //   operations = *( u8 operation, u8 table, u32 length, key, u32 length, value )

@@ -25,6 +25,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <lmdb.h>
@@ -34,6 +35,14 @@
 #include "service/store/store.h"
 
 namespace service {
+
+// Bytes as LMDB takes and gives them; it does not change those it is given.
+inline MDB_val ValueOf(std::string_view bytes) noexcept {
+    return {bytes.size(), const_cast<char*>(bytes.data())};
+}
+inline std::string_view ViewOf(const MDB_val& value) noexcept {
+    return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
 
 struct LmdbTables {
     MDB_dbi meta = 0;

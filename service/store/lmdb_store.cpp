@@ -40,13 +40,6 @@ constexpr int kLogTrimBatch = 64;
 constexpr std::string_view kGenerationKey = "schema-generation";
 constexpr std::string_view kNextIdKey = "next-id";
 
-MDB_val ValueOf(std::string_view bytes) noexcept {
-    return {bytes.size(), const_cast<char*>(bytes.data())};
-}
-std::string_view ViewOf(const MDB_val& value) noexcept {
-    return {static_cast<const char*>(value.mv_data), value.mv_size};
-}
-
 // A key of the table `instances`, without an allocation.
 class InstanceTableKey {
  public:
