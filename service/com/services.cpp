@@ -285,6 +285,7 @@ HRESULT Services::CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemCon
             return NotSupported("enumerating the instances of a class other than __Namespace");
         SERVICE_ASSIGN_OR_RETURN(std::vector<Instance> instances, NamespaceInstances(*connection_));
         std::vector<CComPtr<IWbemClassObject>> objects;
+        objects.reserve(instances.size());
         for (Instance& instance : instances)
             objects.emplace_back(ClassObject::OfInstance(connection_, std::move(instance)));
         *ppEnum = MakeCom<ObjectList>(std::move(objects)).Detach();

@@ -365,7 +365,7 @@ Result<Value> ReadArray(const PropertyType& type, SAFEARRAY* source, UnwrapObjec
         std::visit(
             [&](auto&& held) {
                 if constexpr (!std::is_same_v<std::decay_t<decltype(held)>, Array>)
-                    elements.emplace_back(std::move(held));
+                    elements.emplace_back(std::forward<decltype(held)>(held));
             },
             std::move(*value));
     }

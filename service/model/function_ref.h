@@ -18,14 +18,16 @@ class FunctionRef;
 template <typename R, typename... Arguments>
 class FunctionRef<R(Arguments...)> {
  public:
+    // NOLINTBEGIN(google-explicit-constructor,bugprone-forwarding-reference-overload)
     template <typename Callable>
     requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>) FunctionRef(Callable&& callable)
-    noexcept  // NOLINT(google-explicit-constructor,bugprone-forwarding-reference-overload)
+    noexcept
         : callable_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
           call_([](void* target, Arguments... arguments) -> R {
               return (*static_cast<std::remove_reference_t<Callable>*>(target))(
                   std::forward<Arguments>(arguments)...);
           }) {}
+    // NOLINTEND(google-explicit-constructor,bugprone-forwarding-reference-overload)
 
     R operator()(Arguments... arguments) const {
         return call_(callable_, std::forward<Arguments>(arguments)...);

@@ -116,7 +116,7 @@ void Instance::Unset(size_t index) {
     slot.value = {};
 }
 
-Result<Instance> Instance::MovedTo(ClassPtr newer) const {
+Result<Instance> Instance::MovedTo(const ClassPtr& newer) const {
     Instance moved(newer);
     for (size_t i = 0; i < class_->Properties().size(); ++i) {
         bool is_set = false;

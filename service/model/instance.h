@@ -76,7 +76,7 @@ class Instance {
     const std::shared_ptr<const StoredProperties>& Stored() const noexcept { return stored_; }
 
     // The same values as an instance of `newer`, another version of its class.
-    Result<Instance> MovedTo(ClassPtr newer) const;
+    Result<Instance> MovedTo(const ClassPtr& newer) const;
 
  private:
     enum class Change : uint8_t { kNone, kSet, kUnset };

@@ -75,7 +75,9 @@ class [[nodiscard]] Result {
         }                                                                                        \
     } while (false)
 
-// Declares `target` from the Result `expression`, or leaves the function with its status.
+// Declares `target` from the Result `expression`, or leaves the function with its status. `target` is a whole
+// declaration, so it cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define SERVICE_ASSIGN_OR_RETURN(target, expression) \
     SERVICE_ASSIGN_OR_RETURN_(SERVICE_CONCAT_(result_at_line_, __LINE__), target, expression)
 #define SERVICE_CONCAT_(a, b) SERVICE_CONCAT_AGAIN_(a, b)
@@ -84,3 +86,4 @@ class [[nodiscard]] Result {
     auto result = (expression);                               \
     if (!result.ok()) return std::move(result).status();      \
     target = std::move(*result)
+// NOLINTEND(bugprone-macro-parentheses)

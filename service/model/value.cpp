@@ -161,7 +161,7 @@ IntegerRange RangeOf(CimType type) noexcept {
     return FactsOf(type).range;
 }
 
-ValueView ViewOf(const Value& value) noexcept {
+ValueView ViewOf(const Value& value) {
     return std::visit(
         [](const auto& held) -> ValueView {
             using Held = std::decay_t<decltype(held)>;
@@ -176,7 +176,7 @@ ValueView ViewOf(const Value& value) noexcept {
         value);
 }
 
-ValueView ViewOf(const Scalar& value) noexcept {
+ValueView ViewOf(const Scalar& value) {
     return std::visit(
         [](const auto& held) -> ValueView {
             using Held = std::decay_t<decltype(held)>;

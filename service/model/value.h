@@ -114,8 +114,8 @@ using Value = std::variant<std::monostate, bool, int64_t, uint64_t, double, std:
 using ValueView = std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string_view,
                                const ObjectPtr*, const Array*>;
 
-ValueView ViewOf(const Value& value) noexcept;
-ValueView ViewOf(const Scalar& value) noexcept;
+ValueView ViewOf(const Value& value);
+ValueView ViewOf(const Scalar& value);
 inline bool IsNull(const Value& value) noexcept {
     return value.index() == 0;
 }
