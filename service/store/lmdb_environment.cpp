@@ -11,11 +11,15 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <utility>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 #include "service/store/bytes.h"
 #include "service/store/fork.h"
@@ -104,6 +108,13 @@ Status SystemFault(int error, const std::string& what) {
         default:
             return {WBEM_E_NOT_AVAILABLE, reason};
     }
+}
+
+uint64_t NumberOfBoot(uint64_t given) {
+    if (given != 0) return given;
+    std::string id;
+    std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), id);
+    return id.empty() ? 0 : XXH64(id.data(), id.size(), 0);
 }
 
 // Makes the directory and those above it. A store's own directory is for its account alone.
@@ -259,7 +270,7 @@ Status LmdbEnvironment::OpenTables() {
         return MakeTables();
     }
     Status fault = code == 0 ? CheckFormat(txn) : StatusOf(code, what);
-    if (fault.ok()) code = redo_.Locate(env_, txn, tables_.redo);
+    if (fault.ok()) code = redo_.Locate(env_, txn, tables_.redo, NumberOfBoot(options_.boot));
     // Committing is what keeps the handles of the tables for later transactions.
     const int committed = mdb_txn_commit(txn);
     if (!fault.ok()) return fault;
@@ -319,11 +330,11 @@ Status LmdbEnvironment::RedoLostCommits() {
     std::string operations;
     MDB_envinfo info{};
     mdb_env_info(env_, &info);
-    for (uint64_t number = info.me_last_txnid + 1; redo_.Read(number, operations);) {
+    for (uint64_t number = info.me_last_txnid + 1; redo_.ReadLost(number, operations);) {
         MDB_txn* txn = nullptr;
         int code = BeginAlone(0, txn);
         if (code != 0) return StatusOf(code, what);
-        if (mdb_txn_id(txn) != number || !redo_.Read(number, operations)) {
+        if (mdb_txn_id(txn) != number || !redo_.ReadLost(number, operations)) {
             mdb_txn_abort(txn);
             return {};
         }

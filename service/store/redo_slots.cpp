@@ -1,6 +1,6 @@
 // The value is two slots of kSlotBytes:
 //
-//   slot = u64 checksum, u64 number, u32 size, operations      ; XXH64 of all that follows it
+//   slot = u64 checksum, u64 number, u64 boot, u32 size, operations      ; XXH64 of all that follows it
 #include "service/store/redo_slots.h"
 
 #include <unistd.h>
@@ -16,7 +16,7 @@
 namespace service {
 namespace {
 
-constexpr size_t kHeaderBytes = 20;
+constexpr size_t kHeaderBytes = 28;
 constexpr size_t kChecksumBytes = 8;
 constexpr size_t kSlotBytes = RedoSlots::kCapacity + kHeaderBytes;
 constexpr size_t kPageHeaderBytes = 16;
@@ -41,7 +41,8 @@ int RedoSlots::Create(MDB_txn* txn, MDB_dbi table) {
     return code == MDB_KEYEXIST ? 0 : code;
 }
 
-int RedoSlots::Locate(MDB_env* env, MDB_txn* txn, MDB_dbi table) {
+int RedoSlots::Locate(MDB_env* env, MDB_txn* txn, MDB_dbi table, uint64_t boot) {
+    boot_ = boot;
     MDB_val key = KeyValue(), value{};
     int code = mdb_get(txn, table, &key, &value);
     if (code == 0 && value.mv_size != 2 * kSlotBytes) code = MDB_CORRUPTED;
@@ -79,6 +80,7 @@ bool RedoSlots::Write(uint64_t number, std::string_view operations) noexcept {
         ByteWriter out(buffer_);
         out.U64(0);
         out.U64(number);
+        out.U64(boot_);
         out.U32(static_cast<uint32_t>(operations.size()));
         out.Raw(operations);
     } catch (...) {
@@ -91,6 +93,16 @@ bool RedoSlots::Write(uint64_t number, std::string_view operations) noexcept {
 }
 
 bool RedoSlots::Read(uint64_t number, std::string& operations) const {
+    uint64_t boot = 0;
+    return Read(number, operations, boot);
+}
+
+bool RedoSlots::ReadLost(uint64_t number, std::string& operations) const {
+    uint64_t boot = 0;
+    return Read(number, operations, boot) && (boot == 0 || boot != boot_);
+}
+
+bool RedoSlots::Read(uint64_t number, std::string& operations, uint64_t& boot) const {
     std::string slot(kSlotBytes, '\0');
     if (pread(fd_, slot.data(), slot.size(), PlaceOf(number)) != static_cast<ssize_t>(slot.size()))
         return false;
@@ -98,6 +110,7 @@ bool RedoSlots::Read(uint64_t number, std::string& operations) const {
     const uint64_t checksum = in.U64();
     const std::string_view checked = in.rest();
     const bool is_wanted = in.U64() == number;
+    boot = in.U64();
     const uint32_t size = in.U32();
     const std::string_view found = in.Raw(size);
     if (!in.ok() || !is_wanted) return false;

@@ -104,6 +104,10 @@ struct StoreOptions {
 
     // Bytes of the change log; older entries give way to newer ones.
     size_t change_log_bytes = size_t{64} << 20;
+
+    // Identifies the run of the system since it was started; 0 to ask the system. Another one is what a test
+    // opens a store with to be after a crash of the system.
+    uint64_t boot = 0;
 };
 
 // Opens the LMDB store in `directory`, made with mode 0700 if it does not exist (its files have mode 0600).
