@@ -1,5 +1,7 @@
 #include "platform/com/class_table.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <new>
@@ -11,6 +13,9 @@ ClassTable& ClassTable::OfProcess() noexcept {
     // Never destroyed: what is still registered when the process ends may come from a library that is gone.
     alignas(ClassTable) static std::byte storage[sizeof(ClassTable)];
     static ClassTable* const table = new (storage) ClassTable;
+    // A fork waits for the lock, so that the child finds it free and the table whole.
+    [[maybe_unused]] static const int handled = pthread_atfork(
+        [] { table->mutex_.lock(); }, [] { table->mutex_.unlock(); }, [] { table->mutex_.unlock(); });
     return *table;
 }
 

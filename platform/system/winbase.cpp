@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <sched.h>
 
 #include <chrono>
 #include <cstdint>
@@ -45,14 +46,40 @@ std::uint64_t MillisecondOfDay(const SYSTEMTIME& time) noexcept {
     return second * 1000 + time.wMilliseconds;
 }
 
-}  // namespace
-
-void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection) noexcept {
+void MakeMutex(LPCRITICAL_SECTION section) noexcept {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutex_init(&lpCriticalSection->mutex, &attributes);
+    pthread_mutex_init(&section->mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
+}
+
+[[maybe_unused]] const int counts_forks =
+    pthread_atfork(nullptr, nullptr, [] { mgmt_platform::fork_count += 2; });
+
+}  // namespace
+
+unsigned mgmt_platform::fork_count = 0;
+
+// One thread makes the mutex, the others wait; one that a further fork left at it is not waited for.
+void mgmt_platform::FreeAfterFork(LPCRITICAL_SECTION section) noexcept {
+    unsigned seen = __atomic_load_n(&section->forks, __ATOMIC_ACQUIRE);
+    while (seen != fork_count) {
+        if (seen == fork_count + 1) {
+            sched_yield();
+            seen = __atomic_load_n(&section->forks, __ATOMIC_ACQUIRE);
+        } else if (__atomic_compare_exchange_n(&section->forks, &seen, fork_count + 1, false,
+                                               __ATOMIC_ACQUIRE, __ATOMIC_ACQUIRE)) {
+            MakeMutex(section);
+            seen = fork_count;
+            __atomic_store_n(&section->forks, fork_count, __ATOMIC_RELEASE);
+        }
+    }
+}
+
+void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection) noexcept {
+    MakeMutex(lpCriticalSection);
+    lpCriticalSection->forks = mgmt_platform::fork_count;
 }
 
 BOOL WINAPI SystemTimeToFileTime(const SYSTEMTIME* lpSystemTime, LPFILETIME lpFileTime) noexcept {

@@ -16,11 +16,19 @@
 #include <winerror.h>
 
 // A recursive lock: its owner may enter again and leaves as often. It must not be copied or moved, and is
-// deleted only when no thread owns it or waits for it. Nothing is allocated and nothing can fail.
+// deleted only when no thread owns it or waits for it. Nothing is allocated and nothing can fail. A forked
+// child finds it free, whoever owned it: the threads that did are not there.
 struct CRITICAL_SECTION {
     pthread_mutex_t mutex;
+    unsigned forks;  // the process's fork_count when the mutex was made; one more while it is being made anew
 };
 using LPCRITICAL_SECTION = CRITICAL_SECTION*;
+
+namespace mgmt_platform {
+// Grows by 2 with each fork between the first process and this one; never changes within a process.
+MGMT_PLATFORM_API extern unsigned fork_count;
+MGMT_PLATFORM_API void FreeAfterFork(LPCRITICAL_SECTION section) noexcept;
+}  // namespace mgmt_platform
 
 // The section must not be initialised already.
 MGMT_PLATFORM_API void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection) noexcept;
@@ -29,6 +37,8 @@ inline void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) n
 }
 // Blocks until the calling thread owns the section.
 inline void WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) noexcept {
+    if (__atomic_load_n(&lpCriticalSection->forks, __ATOMIC_ACQUIRE) != mgmt_platform::fork_count)
+        mgmt_platform::FreeAfterFork(lpCriticalSection);
     pthread_mutex_lock(&lpCriticalSection->mutex);
 }
 // Called by the owner alone.

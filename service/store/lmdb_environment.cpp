@@ -484,13 +484,17 @@ void LmdbEnvironment::ForgetRedo(uint64_t number) noexcept {
     if (code == 0) mdb_txn_abort(txn);
 }
 
-// Sets the map's size, 0 for the size that another process gave it, once no transaction runs.
-int LmdbEnvironment::Resize(size_t bytes) {
+// Once no transaction runs: doubles the map of `full_bytes`, unless another thread did meanwhile; 0 for the
+// size that another process gave it.
+int LmdbEnvironment::Resize(size_t full_bytes) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return !is_resizing_; });
     is_resizing_ = true;
     changed_.wait(lock, [this] { return running_ == 0; });
-    const int code = IsRoomFor(bytes) ? mdb_env_set_mapsize(env_, bytes) : ENOMEM;
+    int code = 0;
+    if (full_bytes == 0 || MapBytes() <= full_bytes) {
+        code = IsRoomFor(full_bytes * 2) ? mdb_env_set_mapsize(env_, full_bytes * 2) : ENOMEM;
+    }
     is_resizing_ = false;
     changed_.notify_all();
     return code;
@@ -499,20 +503,24 @@ int LmdbEnvironment::Resize(size_t bytes) {
 // Whether the address space has room for another map of that size (0: for the one that another process gave
 // it). LMDB gives up the old map first and cannot go on without one.
 bool LmdbEnvironment::IsRoomFor(size_t bytes) const noexcept {
-    MDB_envinfo info{};
-    if (bytes == 0 && mdb_env_info(env_, &info) == 0) bytes = info.me_mapsize;
+    if (bytes == 0) bytes = MapBytes();
     void* const probe = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (probe == MAP_FAILED) return false;
     munmap(probe, bytes);
     return true;
 }
 
-Status LmdbEnvironment::Grow() {
-    int dead_readers = 0;
-    mdb_reader_check(env_, &dead_readers);
+// LMDB reads this in the map itself.
+size_t LmdbEnvironment::MapBytes() const noexcept {
     MDB_envinfo info{};
     mdb_env_info(env_, &info);
-    const int code = Resize(info.me_mapsize * 2);
+    return info.me_mapsize;
+}
+
+Status LmdbEnvironment::Grow(size_t full_bytes) {
+    int dead_readers = 0;
+    mdb_reader_check(env_, &dead_readers);
+    const int code = Resize(full_bytes);
     return code == 0 ? Status() : StatusOf(code, "the store " + directory_ + " cannot grow");
 }
 

@@ -72,8 +72,11 @@ class LmdbEnvironment {
     // Whether the directory still has the data file that this environment uses.
     bool IsInPlace() const noexcept;
 
-    // Doubles the map. Called with no transaction open on this thread.
-    Status Grow();
+    // Bytes of the map. Called within a transaction: another thread may be exchanging the map otherwise.
+    size_t MapBytes() const noexcept;
+
+    // Doubles the map of `full_bytes`, unless it was meanwhile. Called with no transaction open on this thread.
+    Status Grow(size_t full_bytes);
 
     // The status of LMDB's or the system's error `code`, met while doing `what`.
     Status StatusOf(int code, const std::string& what) const;
@@ -99,7 +102,7 @@ class LmdbEnvironment {
     void ForgetRedo(uint64_t number) noexcept;
     void EnterTransaction(std::unique_lock<std::mutex>& lock);
     void LeaveTransaction() noexcept;
-    int Resize(size_t bytes);
+    int Resize(size_t full_bytes);
 
     const std::string directory_;
     const StoreOptions options_;

@@ -437,9 +437,11 @@ class LmdbStore final : public Store {
         LmdbEnvironment* environment = nullptr;
         SERVICE_RETURN_IF_ERROR(Environment(environment));
         while (true) {
+            size_t full_bytes = 0;
             {
                 WriteTransaction txn(*environment);
                 SERVICE_RETURN_IF_ERROR(txn.Begin());
+                full_bytes = environment->MapBytes();
                 LmdbTransaction writer(*environment, txn.get(), &txn);
                 Status fault = write(writer);
                 if (!writer.NeedsRoom()) {
@@ -452,7 +454,7 @@ class LmdbStore final : public Store {
                     }
                 }
             }
-            SERVICE_RETURN_IF_ERROR(environment->Grow());
+            SERVICE_RETURN_IF_ERROR(environment->Grow(full_bytes));
         }
     }
 

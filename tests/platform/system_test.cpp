@@ -1,6 +1,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <link.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -40,6 +42,31 @@ TEST_F(CriticalSectionTest, BlocksAreNeverInterleaved) {
     });
     EXPECT_EQ(torn, 0);
     EXPECT_EQ(first, THREADS * ROUNDS);
+}
+
+TEST_F(CriticalSectionTest, AForkedChildFindsItFree) {
+    std::atomic<bool> is_entered{false}, is_done{false};
+    std::jthread owner([&] {
+        EnterCriticalSection(&section_);
+        is_entered = true;
+        while (!is_done)
+            std::this_thread::yield();
+        LeaveCriticalSection(&section_);
+    });
+    while (!is_entered)
+        std::this_thread::yield();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        EnterCriticalSection(&section_);
+        LeaveCriticalSection(&section_);
+        EnterCriticalSection(&section_);
+        _exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    is_done = true;
 }
 
 TEST_F(CriticalSectionTest, OwnerEntersAgainAndOthersWaitForTheLastLeave) {

@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/service/child_process.h"
 #include "tests/service/com/service_client.h"
 
 namespace {
@@ -78,24 +77,6 @@ TEST_F(ConnectionTest, AnUnreadableStoreIsAStatus) {
     EXPECT_CODE(WBEM_E_CRITICAL_ERROR, Import("class A { [key] string ID; };"));
     std::filesystem::remove_all(store);
     EXPECT_CODE(S_OK, Connect(L"root", connected)) << "the next attempt starts anew";
-}
-
-TEST_F(ConnectionTest, AMissingModuleIsAStatus) {
-    EXPECT_EQ(RunInChild([&] {
-                  setenv("MGMT_SERVICE_MODULE", (directory.path() + "/none.so").c_str(), 1);
-                  execl("/proc/self/exe", "service_com_tests", "--gtest_also_run_disabled_tests",
-                        "--gtest_filter=ConnectionTest.DISABLED_WithoutTheModule", "--gtest_brief=1",
-                        nullptr);
-                  return 1;
-              }),
-              0);
-}
-
-// Runs in a process of its own, which has not loaded the module yet.
-TEST_F(ConnectionTest, DISABLED_WithoutTheModule) {
-    ServicesPointer connected;
-    EXPECT_CODE(REGDB_E_CLASSNOTREG, Connect(L"root", connected));
-    EXPECT_THAT(TakeReason(), HasSubstr("none.so"));
 }
 
 TEST_F(ConnectionTest, TheOwnAccountIsAccepted) {

@@ -328,7 +328,7 @@ TEST_F(LmdbStoreTest, AThreadInsideIsNotStoppedByAResize) {
     {
         ReadTransaction outer(**environment);
         ASSERT_OK(outer.Begin());
-        grower = std::jthread([&] { EXPECT_OK((*environment)->Grow()); });
+        grower = std::jthread([&] { EXPECT_OK((*environment)->Grow((*environment)->MapBytes())); });
         // Gives the other thread the time to get there; if it does not, the test passes without a meeting.
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         ReadTransaction inner(**environment);
