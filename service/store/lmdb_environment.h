@@ -75,7 +75,8 @@ class LmdbEnvironment {
     // Bytes of the map. Called within a transaction: another thread may be exchanging the map otherwise.
     size_t MapBytes() const noexcept;
 
-    // Doubles the map of `full_bytes`, unless it was meanwhile. Called with no transaction open on this thread.
+    // Doubles the map of `full_bytes`, unless it was meanwhile. Called with no transaction open on this
+    // thread.
     Status Grow(size_t full_bytes);
 
     // The status of LMDB's or the system's error `code`, met while doing `what`.

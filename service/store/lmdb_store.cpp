@@ -11,6 +11,7 @@
 //               ; keys that agree in prefix and hash have ordinals 0, 1, 2, ... without a gap
 //   change    = u8 format (1), u8 kind, u32 class-id, u64 time, u32 length, key, u32 length, before,
 //               u32 length, after
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -32,7 +33,9 @@ namespace {
 
 constexpr uint8_t kChangeFormat = 1;
 constexpr size_t kMaxLmdbKey = 511;
-constexpr size_t kKeyHeader = 5;
+constexpr size_t kClassBytes = 4;
+constexpr size_t kOrdinalBytes = 2;
+constexpr size_t kKeyHeader = kClassBytes + 1;
 constexpr size_t kLongKeyPrefix = 400;
 constexpr unsigned kMaxLongKeyOrdinal = 0xFFFF;
 // Old entries go some at a time, so that not every change pays for removing one.
@@ -45,32 +48,50 @@ class InstanceTableKey {
  public:
     InstanceTableKey(uint32_t class_id, std::string_view key) noexcept
         : is_long_(kKeyHeader + key.size() > kMaxLmdbKey) {
-        AppendBigEndian(class_id, 4);
+        AppendBigEndian(class_id, kClassBytes);
         bytes_[size_++] = is_long_ ? 1 : 0;
         const std::string_view kept = is_long_ ? key.substr(0, kLongKeyPrefix) : key;
         size_ += kept.copy(bytes_.data() + size_, kept.size());
         if (!is_long_) return;
         AppendBigEndian(XXH3_64bits(key.data(), key.size()), 8);
-        AppendBigEndian(0, 2);
+        AppendBigEndian(0, kOrdinalBytes);
+    }
+
+    // Of all keys of the class `class_id` that are not before `place`.
+    static InstanceTableKey From(uint32_t class_id, std::string_view place) noexcept {
+        InstanceTableKey key;
+        key.AppendBigEndian(class_id, kClassBytes);
+        key.size_ += place.copy(key.bytes_.data() + key.size_, kMaxLmdbKey - key.size_);
+        return key;
     }
 
     bool IsLong() const noexcept { return is_long_; }
     void SetOrdinal(unsigned ordinal) noexcept {
-        size_ -= 2;
-        AppendBigEndian(ordinal, 2);
+        size_ -= kOrdinalBytes;
+        AppendBigEndian(ordinal, kOrdinalBytes);
     }
     MDB_val value() noexcept { return {size_, bytes_.data()}; }
+    std::string_view place() const noexcept { return PlaceIn({bytes_.data(), size_}); }
+
+    // The place is what a key of the table has of an instance, but for the ordinal of a long one.
+    static std::string_view PlaceIn(std::string_view table_key) noexcept {
+        table_key.remove_prefix(std::min(kClassBytes, table_key.size()));
+        if (IsLongPlace(table_key)) table_key.remove_suffix(std::min(kOrdinalBytes, table_key.size()));
+        return table_key;
+    }
+    static bool IsLongPlace(std::string_view place) noexcept { return !place.empty() && place[0] == 1; }
 
  private:
-    void AppendBigEndian(uint64_t value, int count) noexcept {
-        for (int shift = 8 * (count - 1); shift >= 0; shift -= 8) {
-            bytes_[size_++] = static_cast<char>(value >> shift);
-        }
+    InstanceTableKey() noexcept = default;
+
+    void AppendBigEndian(uint64_t value, size_t count) noexcept {
+        while (count-- > 0)
+            bytes_[size_++] = static_cast<char>(value >> (8 * count));
     }
 
     std::array<char, kMaxLmdbKey> bytes_{};
     size_t size_ = 0;
-    bool is_long_;
+    bool is_long_ = false;
 };
 
 // Splits what stands under a long key; false for a damaged entry.
@@ -134,11 +155,11 @@ class LmdbTransaction final : public StoreWriter {
 
     Status ScanSchema(std::string_view prefix,
                       FunctionRef<bool(std::string_view, std::string_view)> visit) override {
-        return ScanPrefix(tables().schema, prefix,
-                          [&](std::string_view key, std::string_view record, bool& go_on) {
-                              go_on = visit(key, record);
-                              return Status();
-                          });
+        return ScanFrom(tables().schema, ValueOf(prefix), prefix.size(),
+                        [&](std::string_view key, std::string_view record, bool& go_on) {
+                            go_on = visit(key, record);
+                            return Status();
+                        });
     }
 
     Status GetInstance(uint32_t class_id, std::string_view key, std::string_view& record,
@@ -152,19 +173,27 @@ class LmdbTransaction final : public StoreWriter {
         return Found(mdb_get(txn_, tables().instances, &k, &v), v, record, found);
     }
 
-    Status ScanInstances(uint32_t class_id, FunctionRef<bool(std::string_view)> visit) override {
-        InstanceTableKey start(class_id, {});
-        const std::string_view prefix = ViewOf(start.value()).substr(0, kKeyHeader - 1);
-        return ScanPrefix(tables().instances, prefix,
-                          [&](std::string_view key, std::string_view entry, bool& go_on) {
-                              std::string_view record = entry, whole_key;
-                              if (key.size() > kKeyHeader && key[kKeyHeader - 1] == 1 &&
-                                  !SplitLongEntry(entry, whole_key, record)) {
-                                  return Damaged("an instance with a long key");
-                              }
-                              go_on = visit(record);
-                              return Status();
-                          });
+    std::string PlaceOf(uint32_t class_id, std::string_view key) const override {
+        return std::string(InstanceTableKey(class_id, key).place());
+    }
+
+    Status ScanInstances(uint32_t class_id, std::string_view place,
+                         FunctionRef<bool(const InstanceView&)> visit) override {
+        InstanceTableKey start = InstanceTableKey::From(class_id, place);
+        return ScanFrom(tables().instances, start.value(), kClassBytes,
+                        [&](std::string_view table_key, std::string_view entry, bool& go_on) {
+                            InstanceView found;
+                            found.place = InstanceTableKey::PlaceIn(table_key);
+                            if (found.place == place) return Status();
+                            if (!InstanceTableKey::IsLongPlace(found.place)) {
+                                found.key = found.place.substr(std::min<size_t>(1, found.place.size()));
+                                found.record = entry;
+                            } else if (!SplitLongEntry(entry, found.key, found.record)) {
+                                return Damaged("an instance with a long key");
+                            }
+                            go_on = visit(found);
+                            return Status();
+                        });
     }
 
     Status LastChange(uint64_t& number) override { return EndOfLog(MDB_LAST, number); }
@@ -263,11 +292,12 @@ class LmdbTransaction final : public StoreWriter {
         return code == 0 || code == MDB_NOTFOUND ? Status() : Fault(code);
     }
 
-    // Calls visit(key, value, go_on) for every entry whose key begins with `prefix`.
+    // Calls visit(key, value, go_on) for the entries from `start` on whose keys begin with the same bytes.
     template <typename Visit>
-    Status ScanPrefix(MDB_dbi table, std::string_view prefix, Visit visit) {
+    Status ScanFrom(MDB_dbi table, MDB_val start, size_t same_bytes, Visit visit) {
         Cursor cursor;
-        MDB_val k = ValueOf(prefix), v{};
+        const std::string_view prefix = ViewOf(start).substr(0, same_bytes);
+        MDB_val k = start, v{};
         int code = cursor.Open(txn_, table);
         if (code == 0) code = cursor.Get(k, v, MDB_SET_RANGE);
         for (bool go_on = true; code == 0; code = cursor.Get(k, v, MDB_NEXT)) {
@@ -311,10 +341,13 @@ class LmdbTransaction final : public StoreWriter {
             const int code = mdb_get(txn_, tables().instances, &k, &v);
             if (code == MDB_NOTFOUND) return {};
             if (code != 0) return Fault(code);
-            std::string_view found_key;
-            if (!SplitLongEntry(ViewOf(v), found_key, record)) return Damaged("an instance with a long key");
+            std::string_view found_key, found_record;
+            if (!SplitLongEntry(ViewOf(v), found_key, found_record))
+                return Damaged("an instance with a long key");
             found = found_key == key;
-            if (found) return {};
+            if (!found) continue;
+            record = found_record;
+            return {};
         }
         return {WBEM_E_QUOTA_VIOLATION, "too many long keys begin alike and have the same hash"};
     }
@@ -374,22 +407,25 @@ class LmdbTransaction final : public StoreWriter {
         return TrimLog();
     }
 
-    bool LogIsTooLarge(size_t& entries) {
+    bool LogIsLargerThan(size_t bytes, size_t& entries) {
         MDB_stat facts{};
         mdb_stat(txn_, tables().log, &facts);
         entries = facts.ms_entries;
         const size_t pages = facts.ms_branch_pages + facts.ms_leaf_pages + facts.ms_overflow_pages;
-        return pages * facts.ms_psize > environment_.options().change_log_bytes;
+        return pages * facts.ms_psize > bytes;
     }
 
     // The newest entry always stays: it carries the number that the next one continues.
     Status TrimLog() {
-        for (size_t entries = 0; LogIsTooLarge(entries) && entries > 1;) {
-            for (int i = 0; i < kLogTrimBatch && entries > 1; ++i, --entries) {
+        const size_t limit = environment_.options().change_log_bytes;
+        size_t entries = 0;
+        while (LogIsLargerThan(limit, entries) && entries > 1) {
+            for (int i = 0; i < kLogTrimBatch && entries > 1; ++i) {
                 uint64_t oldest = 0;
                 SERVICE_RETURN_IF_ERROR(EndOfLog(MDB_FIRST, oldest));
                 const int code = writer_->Delete(tables().log, {sizeof oldest, &oldest});
                 if (code != 0) return Fault(code);
+                if (!LogIsLargerThan(limit - limit / kLogTrimBatch, entries)) break;
             }
         }
         return {};

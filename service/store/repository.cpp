@@ -268,8 +268,8 @@ Status RepositoryReader::ScanInstances(const Namespace& space, const ClassPtr& d
                                        FunctionRef<bool(Instance&&)> visit) {
     const auto classes = repository_.ClassSourceFor(space, *definition);
     Status damaged;
-    SERVICE_RETURN_IF_ERROR(reader_.ScanInstances(definition->Id(), [&](std::string_view record) {
-        Result<Instance> instance = DecodeInstance(definition, record, classes);
+    SERVICE_RETURN_IF_ERROR(reader_.ScanInstances(definition->Id(), {}, [&](const InstanceView& found) {
+        Result<Instance> instance = DecodeInstance(definition, found.record, classes);
         if (!instance.ok()) {
             damaged = std::move(instance).status();
             return false;
@@ -465,7 +465,7 @@ Status RepositoryWriter::CheckSubclasses(const Namespace& space, const ClassPtr&
 
 Result<bool> RepositoryWriter::HasInstances(const ClassDefinition& definition) {
     bool has_instances = false;
-    SERVICE_RETURN_IF_ERROR(reader_.ScanInstances(definition.Id(), [&](std::string_view) {
+    SERVICE_RETURN_IF_ERROR(reader_.ScanInstances(definition.Id(), {}, [&](const InstanceView&) {
         has_instances = true;
         return false;
     }));

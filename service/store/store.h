@@ -36,6 +36,13 @@ struct ChangeView {
     std::string_view after;   // the record; empty for a deletion
 };
 
+// One instance as a scan meets it. The texts refer to the store's own bytes.
+struct InstanceView {
+    std::string_view place;  // see StoreReader::PlaceOf
+    std::string_view key;
+    std::string_view record;
+};
+
 class StoreReader {
  public:
     virtual ~StoreReader() = default;
@@ -54,9 +61,13 @@ class StoreReader {
 
     virtual Status GetInstance(uint32_t class_id, std::string_view key, std::string_view& record,
                                bool& found) = 0;
-    // Visits the records of one class, in an order that is stable while nothing changes, until `visit`
-    // returns false.
-    virtual Status ScanInstances(uint32_t class_id, FunctionRef<bool(std::string_view record)> visit) = 0;
+    // Where a scan of the class meets the instance of `key`: an opaque text, never empty, that always is the
+    // same for a key. Very long keys may share a place.
+    virtual std::string PlaceOf(uint32_t class_id, std::string_view key) const = 0;
+    // Visits the instances of one class whose places come after `place`, in the order of their places' bytes,
+    // until `visit` returns false. An empty place comes before all.
+    virtual Status ScanInstances(uint32_t class_id, std::string_view place,
+                                 FunctionRef<bool(const InstanceView&)> visit) = 0;
 
     // The number of the newest change; 0 when there was none.
     virtual Status LastChange(uint64_t& number) = 0;

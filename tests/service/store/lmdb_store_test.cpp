@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -16,12 +15,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#define XXH_INLINE_ALL
-#include <xxhash.h>
 
 #include "service/store/lmdb_environment.h"
 #include "service/store/store.h"
 #include "tests/service/child_process.h"
+#include "tests/service/store/long_keys.h"
 #include "tests/service/store/store_access.h"
 #include "tests/service/temporary_directory.h"
 
@@ -204,24 +202,6 @@ TEST_F(LmdbStoreTest, ClassesAndKeysDoNotRunTogether) {
     EXPECT_EQ(Scan(*store, 0x100).size(), keys.size());
 }
 
-// Keys with one and the same XXH3: where four bytes of the text equal the hash's secret they wipe out the
-// four behind them, which then count only by their sum over two stripes.
-std::vector<std::string> KeysOfOneHash(size_t count) {
-    constexpr size_t kStripe = 64;
-    std::vector<std::string> keys;
-    for (size_t i = 0; i < count; ++i) {
-        std::string key(700, 'k');
-        const std::pair<size_t, uint32_t> stripes[] = {{7, static_cast<uint32_t>(i)},
-                                                       {8, static_cast<uint32_t>(1'000 - i)}};
-        for (const auto& [stripe, value] : stripes) {
-            std::memcpy(key.data() + stripe * kStripe, XXH3_kSecret + stripe * 8, 4);
-            std::memcpy(key.data() + stripe * kStripe + 4, &value, 4);
-        }
-        keys.push_back(key);
-    }
-    return keys;
-}
-
 TEST_F(LmdbStoreTest, LongKeysWithOneHashStayApart) {
     const std::vector<std::string> keys = KeysOfOneHash(12);
     for (const std::string& key : keys)
@@ -300,7 +280,8 @@ TEST_F(LmdbStoreTest, TheMapGrowsUnderBusyThreads) {
                     size_t records = 0;
                     EXPECT_OK(store->Read([&](StoreReader& reader) {
                         records = 0;
-                        return reader.ScanInstances(1, [&](std::string_view) { return ++records != 0; });
+                        return reader.ScanInstances(1, {},
+                                                    [&](const InstanceView&) { return ++records != 0; });
                     }));
                 }
             });

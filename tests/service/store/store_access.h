@@ -73,8 +73,8 @@ inline std::optional<std::string> Get(Store& store, uint32_t class_id, std::stri
 inline std::vector<std::string> Scan(Store& store, uint32_t class_id) {
     std::vector<std::string> records;
     EXPECT_OK(store.Read([&](StoreReader& reader) {
-        return reader.ScanInstances(class_id, [&](std::string_view record) {
-            records.emplace_back(record);
+        return reader.ScanInstances(class_id, {}, [&](const InstanceView& found) {
+            records.emplace_back(found.record);
             return true;
         });
     }));
