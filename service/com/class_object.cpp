@@ -523,6 +523,10 @@ Result<ObjectPtr> UnwrapEmbedded(IUnknown* object) {
     const CComPtr<ClassObject> own = ClassObject::From(object);
     if (!own) return Status(WBEM_E_TYPE_MISMATCH, "the object is not one of this service");
     if (own->IsClass()) return Status(WBEM_E_TYPE_MISMATCH, "a class cannot be embedded, only an instance");
+    if (own->Definition()->IsPartial()) {
+        return Status(WBEM_E_INVALID_OBJECT,
+                      "the object has only the properties that a query asked for: get the whole instance");
+    }
     return ObjectPtr(std::make_shared<const Instance>(own->AsInstance()));
 }
 

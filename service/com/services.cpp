@@ -7,6 +7,7 @@
 #include "service/com/class_object.h"
 #include "service/com/enumerator.h"
 #include "service/com/identity.h"
+#include "service/com/instance_requests.h"
 #include "service/com/namespace_class.h"
 #include "service/model/text.h"
 
@@ -281,14 +282,25 @@ HRESULT Services::CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemCon
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SHALLOW));
         SERVICE_ASSIGN_OR_RETURN(const std::string name, TakeText(strFilter, "the class's name"));
-        if (!IsNamespaceClass(name))
-            return NotSupported("enumerating the instances of a class other than __Namespace");
-        SERVICE_ASSIGN_OR_RETURN(std::vector<Instance> instances, NamespaceInstances(*connection_));
-        std::vector<CComPtr<IWbemClassObject>> objects;
-        objects.reserve(instances.size());
-        for (Instance& instance : instances)
-            objects.emplace_back(ClassObject::OfInstance(connection_, std::move(instance)));
-        *ppEnum = MakeCom<ObjectList>(std::move(objects)).Detach();
+        SERVICE_ASSIGN_OR_RETURN(CComPtr<IEnumWbemClassObject> instances,
+                                 EnumerateInstances(connection_, name, lFlags));
+        *ppEnum = instances.Detach();
+        return {};
+    });
+}
+
+HRESULT Services::ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags, IWbemContext*,
+                            IEnumWbemClassObject** ppEnum) {
+    return AtBoundary([&]() -> Status {
+        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        *ppEnum = nullptr;
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_ENSURE_LOCATABLE));
+        SERVICE_RETURN_IF_ERROR(CheckQueryLanguage(strQueryLanguage));
+        SERVICE_ASSIGN_OR_RETURN(const std::string query, TakeText(strQuery, "the query"));
+        SERVICE_ASSIGN_OR_RETURN(CComPtr<IEnumWbemClassObject> instances,
+                                 QueryInstances(connection_, query, lFlags));
+        *ppEnum = instances.Detach();
         return {};
     });
 }
@@ -319,9 +331,6 @@ HRESULT Services::DeleteInstanceAsync(const BSTR, long, IWbemContext*, IWbemObje
 }
 HRESULT Services::CreateInstanceEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
     return Unsupported("an asynchronous request");
-}
-HRESULT Services::ExecQuery(const BSTR, const BSTR, long, IWbemContext*, IEnumWbemClassObject**) {
-    return Unsupported("a query");
 }
 HRESULT Services::ExecQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemObjectSink*) {
     return Unsupported("a query");

@@ -49,6 +49,8 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
                                              IWbemCallResult** ppCallResult) override;
     HRESULT STDMETHODCALLTYPE CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemContext* pCtx,
                                                  IEnumWbemClassObject** ppEnum) override;
+    HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
+                                        IWbemContext* pCtx, IEnumWbemClassObject** ppEnum) override;
 
     // IWbemServices: what is not, each with WBEM_E_NOT_SUPPORTED
     HRESULT STDMETHODCALLTYPE CancelAsyncCall(IWbemObjectSink* pSink) override;
@@ -67,8 +69,6 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
                                                   IWbemObjectSink* pResponseHandler) override;
     HRESULT STDMETHODCALLTYPE CreateInstanceEnumAsync(const BSTR strFilter, long lFlags, IWbemContext* pCtx,
                                                       IWbemObjectSink* pResponseHandler) override;
-    HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
-                                        IWbemContext* pCtx, IEnumWbemClassObject** ppEnum) override;
     HRESULT STDMETHODCALLTYPE ExecQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
                                              IWbemContext* pCtx, IWbemObjectSink* pResponseHandler) override;
     HRESULT STDMETHODCALLTYPE ExecNotificationQuery(const BSTR strQueryLanguage, const BSTR strQuery,

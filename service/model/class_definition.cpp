@@ -155,17 +155,35 @@ Result<ClassPtr> ClassDefinition::Resolve(uint32_t class_id, ClassDeclaration de
         SERVICE_RETURN_IF_ERROR(self.Join(declared.properties[i]));
     }
     if (self.properties_.size() > kMaxProperties) return self.TooManyProperties();
-    for (size_t i = 0; i < self.properties_.size(); ++i) {
-        if (self.properties_[i].is_key) self.keys_.push_back(i);
-        if (self.properties_[i].type.type == CimType::kObject) self.has_objects_ = true;
-    }
-    self.name_order_.resize(self.properties_.size());
-    std::iota(self.name_order_.begin(), self.name_order_.end(), 0U);
-    std::sort(self.name_order_.begin(), self.name_order_.end(), [&](uint32_t a, uint32_t b) {
-        return self.properties_[a].wide_name < self.properties_[b].wide_name;
-    });
+    self.IndexProperties();
     SERVICE_RETURN_IF_ERROR(self.CheckKeys());
     return ClassPtr(definition);
+}
+
+void ClassDefinition::IndexProperties() {
+    keys_.clear();
+    has_objects_ = false;
+    for (size_t i = 0; i < properties_.size(); ++i) {
+        if (properties_[i].is_key) keys_.push_back(i);
+        if (properties_[i].type.type == CimType::kObject) has_objects_ = true;
+    }
+    name_order_.resize(properties_.size());
+    std::iota(name_order_.begin(), name_order_.end(), 0U);
+    std::sort(name_order_.begin(), name_order_.end(),
+              [&](uint32_t a, uint32_t b) { return properties_[a].wide_name < properties_[b].wide_name; });
+}
+
+ClassPtr ClassDefinition::Select(const std::vector<size_t>& properties) const {
+    const auto selected = std::shared_ptr<ClassDefinition>(new ClassDefinition(*this));
+    selected->properties_.clear();
+    for (size_t i = 0; i < properties_.size(); ++i) {
+        if (std::find(properties.begin(), properties.end(), i) != properties.end())
+            selected->properties_.push_back(properties_[i]);
+    }
+    selected->is_partial_ = is_partial_ || selected->properties_.size() < properties_.size();
+    selected->IndexProperties();
+    selected->lacks_keys_ = lacks_keys_ || selected->keys_.size() < keys_.size();
+    return selected;
 }
 
 Status ClassDefinition::TooManyProperties() const {

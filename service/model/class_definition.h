@@ -86,6 +86,13 @@ class ClassDefinition {
     // joins it with `superclass` (null for a root class). `class_id` is the store's number for the class.
     static Result<ClassPtr> Resolve(uint32_t class_id, ClassDeclaration declaration, ClassPtr superclass);
 
+    // The class with only those of its properties, by index: what a query asked for. An instance made with it
+    // from a stored one reads the same values.
+    ClassPtr Select(const std::vector<size_t>& properties) const;
+    // Whether Select left something out, and whether a key.
+    bool IsPartial() const noexcept { return is_partial_; }
+    bool LacksKeys() const noexcept { return lacks_keys_; }
+
     uint32_t Id() const noexcept { return class_id_; }
     const std::string& Name() const noexcept { return declaration_.name; }
     const std::string& FoldedName() const noexcept { return folded_name_; }
@@ -121,6 +128,8 @@ class ClassDefinition {
 
  private:
     ClassDefinition() = default;
+    ClassDefinition(const ClassDefinition&) = default;
+    void IndexProperties();
     Status Join(const PropertyDeclaration& declared);
     Status Redeclare(PropertyDefinition& inherited, const PropertyDeclaration& declared);
     Status CheckKeys() const;
@@ -137,6 +146,8 @@ class ClassDefinition {
     bool is_abstract_ = false;
     bool is_singleton_ = false;
     bool has_objects_ = false;
+    bool is_partial_ = false;
+    bool lacks_keys_ = false;
 };
 
 // WBEM_E_INVALID_PARAMETER, saying why, unless `name` may name a class, property or qualifier: a letter, an

@@ -356,6 +356,9 @@ Result<std::string> KeyOf(const Instance& instance) {
 
 Result<std::string> RelativePathOf(const Instance& instance) {
     const ClassDefinition& definition = *instance.Class();
+    if (definition.LacksKeys()) {
+        return Status(WBEM_E_INVALID_OBJECT, "the query left out a key of class " + definition.Name());
+    }
     std::string path = definition.Name();
     if (definition.IsSingleton()) return path + "=@";
     char separator = '.';

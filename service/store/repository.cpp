@@ -498,6 +498,11 @@ Status RepositoryWriter::DeleteClass(const Namespace& space, std::string_view na
 
 Status RepositoryWriter::PutInstance(const Namespace& space, const Instance& instance,
                                      PutCondition condition) {
+    if (instance.Class()->IsPartial()) {
+        return {WBEM_E_INVALID_OBJECT, "an instance of class " + instance.Class()->Name() +
+                                           " that has only the properties which a query asked for cannot be "
+                                           "stored: get the whole instance"};
+    }
     SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition, FindClass(space, instance.Class()->Name()));
     if (definition->IsAbstract()) {
         return {WBEM_E_INVALID_OPERATION,

@@ -27,6 +27,7 @@
 #include "service/model/object_path.h"
 #include "service/model/status.h"
 #include "service/store/fork.h"
+#include "service/store/instance_scan.h"
 #include "service/store/record_codec.h"
 #include "service/store/schema_cache.h"
 #include "service/store/store.h"
@@ -61,6 +62,15 @@ class RepositoryReader {
     Status ScanInstances(const Namespace& space, const ClassPtr& definition,
                          FunctionRef<bool(Instance&&)> visit);
 
+    // What an InstanceCursor needs: see InstanceScan.
+    Status BeginScan(InstanceScan& scan, std::vector<uint32_t> class_ids) {
+        return scan.Begin(reader_, std::move(class_ids));
+    }
+    Status ContinueScan(InstanceScan& scan,
+                        FunctionRef<bool(size_t class_index, std::string_view record)> visit) {
+        return scan.Read(reader_, visit);
+    }
+
  protected:
     friend class Repository;
     RepositoryReader(const Repository& repository, StoreReader& reader);
@@ -91,7 +101,8 @@ class RepositoryWriter : public RepositoryReader {
     Status DeleteClass(const Namespace& space, std::string_view name);
 
     // An instance that is stored just so already is not written again, and no change is logged. Embedded
-    // objects must be of classes of `space` (WBEM_E_INVALID_CLASS).
+    // objects must be of classes of `space` (WBEM_E_INVALID_CLASS). Of an instance that has only some of its
+    // class's properties nothing is written (WBEM_E_INVALID_OBJECT).
     Status PutInstance(const Namespace& space, const Instance& instance, PutCondition condition);
     Status DeleteInstance(const Namespace& space, const ObjectPath& path);
 
@@ -141,6 +152,10 @@ class Repository : public std::enable_shared_from_this<Repository> {
 
     const std::string& Location() const noexcept { return store_->Location(); }
 
+    // Where the objects that instances of `definition` hold find their classes; null when it has none.
+    std::shared_ptr<const ClassSource> ClassSourceFor(const Namespace& space,
+                                                      const ClassDefinition& definition) const;
+
  private:
     friend class RepositoryReader;
     friend class RepositoryWriter;
@@ -151,8 +166,6 @@ class Repository : public std::enable_shared_from_this<Repository> {
     std::shared_ptr<SchemaCache> CacheFor(uint64_t generation) const;
     std::shared_ptr<SchemaCache> CacheForState(uint64_t state) const noexcept;
     void RememberState(uint64_t state, const std::shared_ptr<SchemaCache>& cache) const;
-    std::shared_ptr<const ClassSource> ClassSourceFor(const Namespace& space,
-                                                      const ClassDefinition& definition) const;
 
     const std::shared_ptr<Store> store_;
     mutable ForkSafeMutex mutex_;
