@@ -52,13 +52,13 @@ class Id {
         constexpr char kPrefix[] = "policy-";
         for (size_t i = 0; i + 1 < sizeof kPrefix; ++i)
             text_[i] = static_cast<Unit>(kPrefix[i]);
-        for (size_t i = 12; i > 6; --i, number /= 10)
+        for (size_t i = 13; i > 6; --i, number /= 10)
             text_[i] = static_cast<Unit>('0' + number % 10);
     }
     const Unit* text() const noexcept { return text_; }
 
  private:
-    Unit text_[14] = {};
+    Unit text_[15] = {};
 };
 
 // `work` gets the number of an instance.

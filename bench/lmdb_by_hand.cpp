@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
+#include <utility>
 
 namespace bench {
 namespace {
@@ -67,23 +67,29 @@ void TakeNumber(_variant_t& variant, LONG number) {
     variant.lVal = number;
 }
 
-HandMap Decode(std::string_view bytes) {
-    HandMap map;
-    for (int i = 0; i < 4; ++i)
-        TakeText(map[kNames[static_cast<size_t>(i)]], bytes);
-    TakeNumber(map[kNames[4]], static_cast<LONG>(Take<uint32_t>(bytes)));
-    TakeNumber(map[kNames[5]], Take<int32_t>(bytes));
-    _variant_t& enabled = map[kNames[6]];
+// `at(i)` is where the value of property number i belongs.
+template <typename At>
+void DecodeInto(std::string_view bytes, At at) {
+    for (size_t i = 0; i < 4; ++i)
+        TakeText(at(i), bytes);
+    TakeNumber(at(4), static_cast<LONG>(Take<uint32_t>(bytes)));
+    TakeNumber(at(5), Take<int32_t>(bytes));
+    _variant_t& enabled = at(6);
     enabled.vt = VT_BOOL;
     enabled.boolVal = Take<bool>(bytes) ? VARIANT_TRUE : VARIANT_FALSE;
-    _variant_t& fraction = map[kNames[7]];
+    _variant_t& fraction = at(7);
     fraction.vt = VT_R8;
     fraction.dblVal = Take<double>(bytes);
     char digits[24];
     const int count =
         std::snprintf(digits, sizeof digits, "%llu", static_cast<unsigned long long>(Take<uint64_t>(bytes)));
-    SetText(map[kNames[8]], {digits, static_cast<size_t>(count)});
-    TakeText(map[kNames[9]], bytes);
+    SetText(at(8), {digits, static_cast<size_t>(count)});
+    TakeText(at(9), bytes);
+}
+
+HandMap Decode(std::string_view bytes) {
+    HandMap map;
+    DecodeInto(bytes, [&map](size_t i) -> _variant_t& { return map[kNames[i]]; });
     return map;
 }
 
@@ -93,14 +99,23 @@ HandMap BuildByHand(const Policy& policy) {
     return Decode(Encode(policy));
 }
 
-LmdbByHand::LmdbByHand(const std::string& directory) {
+_variant_t& PlaceIn(HandObject& object, size_t property) {
+    std::unique_ptr<HandRecord>& record = object[kNames[property]];
+    record = std::make_unique<HandRecord>();
+    record->name = kNames[property];
+    return record->value;
+}
+
+LmdbByHand::LmdbByHand(const std::string& directory, int instances) {
     Check(mdb_env_create(&env_));
-    Check(mdb_env_set_mapsize(env_, size_t{1} << 30));
+    Check(mdb_env_set_mapsize(env_, size_t{4} << 30));
     Check(mdb_env_open(env_, directory.c_str(), MDB_NOTLS, 0600));
     MDB_txn* txn = nullptr;
     Check(mdb_txn_begin(env_, nullptr, 0, &txn));
     Check(mdb_dbi_open(txn, nullptr, 0, &table_));
-    for (int i = 0; i < kInstances; ++i) {
+    MDB_stat facts{};
+    Check(mdb_stat(txn, table_, &facts));
+    for (int i = facts.ms_entries == 0 ? 0 : instances; i < instances; ++i) {
         const Policy policy = MakePolicy(i);
         const std::string record = Encode(policy);
         MDB_val key{policy.id.size(), const_cast<char*>(policy.id.data())};
@@ -135,6 +150,22 @@ HandMap LmdbByHand::ReadMap(const std::string& id) {
     HandMap map = Decode(Find(id));
     mdb_txn_reset(reader_);
     return map;
+}
+
+HandList LmdbByHand::ReadAll() {
+    Check(mdb_txn_renew(reader_));
+    MDB_cursor* cursor = nullptr;
+    Check(mdb_cursor_open(reader_, table_, &cursor));
+    HandList list;
+    MDB_val key{}, value{};
+    while (mdb_cursor_get(cursor, &key, &value, MDB_NEXT) == 0) {
+        HandObject& object = *list.emplace_back(std::make_unique<HandObject>());
+        DecodeInto({static_cast<const char*>(value.mv_data), value.mv_size},
+                   [&object](size_t i) -> _variant_t& { return PlaceIn(object, i); });
+    }
+    mdb_cursor_close(cursor);
+    mdb_txn_reset(reader_);
+    return list;
 }
 
 void LmdbByHand::Write(const Policy& policy) {

@@ -1,5 +1,6 @@
 #include "bench/policy_data.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -12,7 +13,7 @@ namespace bench {
 
 Policy MakePolicy(int number) {
     char id[32];
-    std::snprintf(id, sizeof id, "policy-%06d", number);
+    std::snprintf(id, sizeof id, "policy-%07d", number);
     return {id,
             "Retention of department " + std::to_string(number % 97),
             "owner" + std::to_string(number % 13) + "@example.net",
@@ -27,16 +28,19 @@ Policy MakePolicy(int number) {
 
 std::wstring IdOf(int number) {
     wchar_t id[32];
-    std::swprintf(id, 32, L"policy-%06d", number);
+    std::swprintf(id, 32, L"policy-%07d", number);
     return id;
 }
 
-std::string MofText() {
-    std::string text =
-        "class Policy { [key] string INSTANCE_ID; string DisplayName; string Owner; string TargetPath;\n"
-        "  uint32 KeepDays; sint32 Priority; boolean Enabled; real64 Fraction; uint64 MaxBytes; datetime "
-        "Modified; };\n";
-    for (int i = 0; i < kInstances; ++i) {
+std::string MofClass() {
+    return "class Policy { [key] string INSTANCE_ID; string DisplayName; string Owner; string TargetPath;\n"
+           "  uint32 KeepDays; sint32 Priority; boolean Enabled; real64 Fraction; uint64 MaxBytes; datetime "
+           "Modified; };\n";
+}
+
+std::string MofInstances(int first, int end) {
+    std::string text;
+    for (int i = first; i < end; ++i) {
         const Policy policy = MakePolicy(i);
         text += "instance of Policy { INSTANCE_ID=\"" + policy.id + "\"; DisplayName=\"" +
                 policy.display_name + "\"; Owner=\"" + policy.owner + "\"; TargetPath=\"" +
@@ -64,15 +68,21 @@ TemporaryDirectory::~TemporaryDirectory() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-void PrepareStore(const std::string& directory) {
+void UseStore(const std::string& directory) {
     setenv("MGMT_STORE", directory.c_str(), 1);
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+}
+
+void PrepareStore(const std::string& directory, int instances) {
+    constexpr int kAtOnce = 50'000;
+    UseStore(directory);
     CComPtr<IMofCompiler> compiler;
     HRESULT status = compiler.CoCreateInstance(CLSID_MofCompiler, nullptr, CLSCTX_INPROC_SERVER);
-    std::string text = MofText();
-    std::wstring space(kNamespace);
-    WBEM_COMPILE_STATUS_INFO info{};
-    if (SUCCEEDED(status)) {
+    for (int first = 0; first < instances && SUCCEEDED(status); first += kAtOnce) {
+        std::string text = first == 0 ? MofClass() : std::string();
+        text += MofInstances(first, std::min(first + kAtOnce, instances));
+        std::wstring space(kNamespace);
+        WBEM_COMPILE_STATUS_INFO info{};
         status = compiler->CompileBuffer(static_cast<long>(text.size()), reinterpret_cast<BYTE*>(text.data()),
                                          space.data(), nullptr, nullptr, nullptr, 0, 0, 0, &info);
     }

@@ -31,8 +31,9 @@ struct Policy {
 Policy MakePolicy(int number);
 std::wstring IdOf(int number);
 
-// The schema and all instances as MOF.
-std::string MofText();
+// The class as MOF, and the instances from `first` up to, but not including, `end`.
+std::string MofClass();
+std::string MofInstances(int first, int end);
 
 // A directory of its own below TMPDIR, removed with everything in it at the end.
 class TemporaryDirectory {
@@ -47,7 +48,9 @@ class TemporaryDirectory {
     std::string path_;
 };
 
-// Makes a store with the policies in `directory` and points the library and this thread at it.
-void PrepareStore(const std::string& directory);
+// Points the library and this thread at the store in `directory`.
+void UseStore(const std::string& directory);
+// Makes that store, with the policies.
+void PrepareStore(const std::string& directory, int instances = kInstances);
 
 }  // namespace bench

@@ -23,11 +23,12 @@ void SetText(_variant_t& variant, const unsigned char* text, int size) {
 
 }  // namespace
 
-SqlitePeer::SqlitePeer(const std::string& directory) {
+SqlitePeer::SqlitePeer(const std::string& directory, int instances) {
     Check(db_, sqlite3_open((directory + "/peer.db").c_str(), &db_));
     Run("PRAGMA journal_mode=WAL");
     Run("PRAGMA synchronous=FULL");
-    Run("CREATE TABLE policy(id TEXT PRIMARY KEY, display_name TEXT, owner TEXT, target_path TEXT, keep_days "
+    Run("CREATE TABLE IF NOT EXISTS policy(id TEXT PRIMARY KEY, display_name TEXT, owner TEXT, target_path "
+        "TEXT, keep_days "
         "INTEGER,"
         " priority INTEGER, enabled INTEGER, fraction REAL, max_bytes INTEGER, modified TEXT) WITHOUT ROWID");
     Check(db_, sqlite3_prepare_v2(db_, "SELECT * FROM policy WHERE id=?", -1, &select_, nullptr));
@@ -39,8 +40,13 @@ SqlitePeer::SqlitePeer(const std::string& directory) {
               " keep_days=excluded.keep_days, priority=excluded.priority, enabled=excluded.enabled,"
               " fraction=excluded.fraction, max_bytes=excluded.max_bytes, modified=excluded.modified",
               -1, &upsert_, nullptr));
+    sqlite3_stmt* any = nullptr;
+    Check(db_, sqlite3_prepare_v2(db_, "SELECT 1 FROM policy LIMIT 1", -1, &any, nullptr));
+    const bool is_filled = sqlite3_step(any) == SQLITE_ROW;
+    sqlite3_finalize(any);
+    if (is_filled) return;
     Run("BEGIN");
-    for (int i = 0; i < kInstances; ++i)
+    for (int i = 0; i < instances; ++i)
         Write(MakePolicy(i));
     Run("COMMIT");
 }
@@ -55,27 +61,49 @@ void SqlitePeer::Run(const char* sql) {
     Check(db_, sqlite3_exec(db_, sql, nullptr, nullptr, nullptr));
 }
 
+namespace {
+
+// `at(i)` is where the value of property number i belongs.
+template <typename At>
+void TakeRow(sqlite3_stmt* row, At at) {
+    for (const int column : {0, 1, 2, 3, 8, 9}) {
+        SetText(at(static_cast<size_t>(column)), sqlite3_column_text(row, column),
+                sqlite3_column_bytes(row, column));
+    }
+    for (const int column : {4, 5}) {
+        _variant_t& number = at(static_cast<size_t>(column));
+        number.vt = VT_I4;
+        number.lVal = sqlite3_column_int(row, column);
+    }
+    _variant_t& enabled = at(6);
+    enabled.vt = VT_BOOL;
+    enabled.boolVal = sqlite3_column_int(row, 6) ? VARIANT_TRUE : VARIANT_FALSE;
+    _variant_t& fraction = at(7);
+    fraction.vt = VT_R8;
+    fraction.dblVal = sqlite3_column_double(row, 7);
+}
+
+}  // namespace
+
 HandMap SqlitePeer::ReadMap(const std::string& id) {
     sqlite3_bind_text(select_, 1, id.data(), static_cast<int>(id.size()), SQLITE_STATIC);
     Check(db_, sqlite3_step(select_));
     HandMap map;
-    for (const int column : {0, 1, 2, 3, 8, 9}) {
-        SetText(map[kNames[static_cast<size_t>(column)]], sqlite3_column_text(select_, column),
-                sqlite3_column_bytes(select_, column));
-    }
-    for (const int column : {4, 5}) {
-        _variant_t& number = map[kNames[static_cast<size_t>(column)]];
-        number.vt = VT_I4;
-        number.lVal = sqlite3_column_int(select_, column);
-    }
-    _variant_t& enabled = map[kNames[6]];
-    enabled.vt = VT_BOOL;
-    enabled.boolVal = sqlite3_column_int(select_, 6) ? VARIANT_TRUE : VARIANT_FALSE;
-    _variant_t& fraction = map[kNames[7]];
-    fraction.vt = VT_R8;
-    fraction.dblVal = sqlite3_column_double(select_, 7);
+    TakeRow(select_, [&map](size_t i) -> _variant_t& { return map[kNames[i]]; });
     sqlite3_reset(select_);
     return map;
+}
+
+HandList SqlitePeer::ReadAll() {
+    sqlite3_stmt* all = nullptr;
+    Check(db_, sqlite3_prepare_v2(db_, "SELECT * FROM policy", -1, &all, nullptr));
+    HandList list;
+    while (sqlite3_step(all) == SQLITE_ROW) {
+        HandObject& object = *list.emplace_back(std::make_unique<HandObject>());
+        TakeRow(all, [&object](size_t i) -> _variant_t& { return PlaceIn(object, i); });
+    }
+    sqlite3_finalize(all);
+    return list;
 }
 
 void SqlitePeer::Bind(const Policy& policy) {

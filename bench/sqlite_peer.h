@@ -11,12 +11,15 @@ namespace bench {
 
 class SqlitePeer {
  public:
-    explicit SqlitePeer(const std::string& directory);
+    // Opens what is in `directory`, or puts the policies there.
+    explicit SqlitePeer(const std::string& directory, int instances = kInstances);
     ~SqlitePeer();
     SqlitePeer(const SqlitePeer&) = delete;
     SqlitePeer& operator=(const SqlitePeer&) = delete;
 
     HandMap ReadMap(const std::string& id);
+    // All rows, one after another.
+    HandList ReadAll();
     // One upsert, durable when it returns (synchronous=FULL).
     void Write(const Policy& policy);
 

@@ -21,8 +21,8 @@ class CComBSTR {
         m_str = ::SysAllocStringLen(text, static_cast<UINT>(length));
         if (m_str == nullptr) AtlThrow(E_OUTOFMEMORY);
     }
-    // Copies of the text up to its null unit; null stays null. Narrow text is UTF-8, and throws the status of
-    // ERROR_NO_UNICODE_TRANSLATION when it is not.
+    // Copies of the text up to its null unit; null stays null. Narrow text is in the local encoding (CP_ACP,
+    // see winnls.h), and throws the status of ERROR_NO_UNICODE_TRANSLATION when it is not.
     CComBSTR(LPCOLESTR text) : m_str(::SysAllocString(text)) {
         if (m_str == nullptr && text != nullptr) AtlThrow(E_OUTOFMEMORY);
     }

@@ -36,8 +36,9 @@ inline void CheckError(HRESULT status) {
     if (FAILED(status)) _com_issue_error(status);
 }
 
-// The wide form of UTF-8 text; null for null. The caller frees it. Throws _com_error:
-// HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION) for text that is not well-formed, E_OUTOFMEMORY.
+// The wide form of text in the local encoding (CP_ACP, see winnls.h); null for null. The caller frees it.
+// Throws _com_error: HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION) for text that is not valid,
+// E_OUTOFMEMORY.
 MGMT_PLATFORM_API BSTR ConvertStringToBSTR(const char* narrow);
 
 }  // namespace _com_util

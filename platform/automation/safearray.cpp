@@ -205,6 +205,17 @@ SAFEARRAY* Allocate(VARTYPE type, UINT dimensions, const SAFEARRAYBOUND* bounds)
     return array;
 }
 
+// Puts a copy of a string in the place of the one at `element`.
+HRESULT ReplaceString(void* element, BSTR source) noexcept {
+    BSTR copy = nullptr;
+    const HRESULT status = CopyString(&copy, source);
+    if (FAILED(status)) return status;
+    const BSTR old = Read<BSTR>(element);
+    Write(element, copy);
+    if (old != nullptr) SysFreeString(old);
+    return S_OK;
+}
+
 // The leftmost index runs fastest.
 HRESULT FindElement(SAFEARRAY* array, const LONG* indices, void** element) noexcept {
     std::size_t offset = 0;
@@ -352,10 +363,11 @@ HRESULT SafeArrayPutElement(SAFEARRAY* array, const LONG* indices, void* value) 
     if (FAILED(status)) return status;
 
     // A string or an interface is given itself, so its null is a value; anything else is given by address.
-    const bool isPointer = (array->fFeatures & FADF_BSTR) != 0 || HoldsInterfaces(array);
-    if (!isPointer && value == nullptr) return E_INVALIDARG;
+    if ((array->fFeatures & FADF_BSTR) != 0) return ReplaceString(element, static_cast<BSTR>(value));
+    const bool isInterface = HoldsInterfaces(array);
+    if (!isInterface && value == nullptr) return E_INVALIDARG;
     alignas(VARIANT) unsigned char copy[sizeof(VARIANT)];
-    status = CopyElement(array, copy, isPointer ? static_cast<const void*>(&value) : value);
+    status = CopyElement(array, copy, isInterface ? static_cast<const void*>(&value) : value);
     if (FAILED(status)) return status;
 
     // The old element is freed last, when the array is whole again: releasing an interface may lead back

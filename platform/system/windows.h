@@ -4,3 +4,4 @@
 #include <winbase.h>
 #include <windef.h>
 #include <winerror.h>
+#include <winnls.h>

@@ -4,8 +4,10 @@
 
 #include "service/com/boundary.h"
 #include "service/com/com_object.h"
+#include "service/com/context.h"
 #include "service/com/locator.h"
 #include "service/com/mof_compiler.h"
+#include "service/com/object_text_source.h"
 
 namespace service {
 namespace {
@@ -51,6 +53,8 @@ extern "C" __attribute__((visibility("default"))) HRESULT DllGetClassObject(REFC
     *ppv = nullptr;
     if (rclsid == CLSID_WbemLocator) return service::MakeFactory<service::Locator>(riid, ppv);
     if (rclsid == CLSID_MofCompiler) return service::MakeFactory<service::MofCompiler>(riid, ppv);
+    if (rclsid == CLSID_WbemContext) return service::MakeFactory<service::Context>(riid, ppv);
+    if (rclsid == CLSID_WbemObjectTextSrc) return service::MakeFactory<service::ObjectTextSource>(riid, ppv);
     return CLASS_E_CLASSNOTAVAILABLE;
 }
 

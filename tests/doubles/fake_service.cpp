@@ -15,6 +15,7 @@ namespace doubles {
 namespace {
 
 constexpr wchar_t KEY[] = L"INSTANCE_ID";
+constexpr wchar_t PATH[] = L"__RELPATH";
 
 bool SameName(const std::wstring& left, const std::wstring& right) {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(),
@@ -27,6 +28,10 @@ std::wstring Text(const wchar_t* text) {
 
 std::wstring Number(long number) {
     return std::to_wstring(number);
+}
+
+std::wstring Flags(long flags, bool plain = true) {
+    return (flags != 0 ? L" flags=" + Number(flags) : L"") + (plain ? L"" : L" with more");
 }
 
 std::wstring InstanceKey(const std::wstring& className, const std::wstring& id) {
@@ -77,17 +82,19 @@ class FakeClassObject final : public RefusingClassObject {
 
     const Content& GetContent() const { return m_Content; }
 
-    HRESULT Get(LPCWSTR wszName, long, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) override {
+    HRESULT Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) override {
         const SparedAllocations spared;
-        if (const HRESULT failure = m_Service.Enter(L"Get " + Text(wszName)); failure != S_OK) return failure;
+        const HRESULT failure = m_Service.Enter(L"Get " + Text(wszName) + Flags(lFlags));
+        if (failure != S_OK) return failure;
         Property* const property = m_Content.Find(wszName);
         if (property == nullptr) return WBEM_E_NOT_FOUND;
         return HandOut(*property, pVal, pType, plFlavor);
     }
 
-    HRESULT Put(LPCWSTR wszName, long, VARIANT* pVal, CIMTYPE) override {
+    HRESULT Put(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE Type) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"Put " + Text(wszName) + L" " + Number(pVal->vt));
+        const HRESULT failure =
+            m_Service.Enter(L"Put " + Text(wszName) + L" " + Number(pVal->vt) + Flags(lFlags, Type == 0));
         if (failure != S_OK) return failure;
         Property* const property = m_Content.Find(wszName);
         if (property == nullptr) return WBEM_E_NOT_FOUND;
@@ -106,9 +113,11 @@ class FakeClassObject final : public RefusingClassObject {
         return WBEM_S_NO_ERROR;
     }
 
-    HRESULT Next(long, BSTR* strName, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) override {
+    HRESULT Next(long lFlags, BSTR* strName, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) override {
         const SparedAllocations spared;
-        if (const HRESULT failure = m_Service.Enter(L"Next"); failure != S_OK) return failure;
+        const HRESULT failure =
+            m_Service.Enter((pType != nullptr ? L"Next with type" : L"Next") + Flags(lFlags));
+        if (failure != S_OK) return failure;
         if (m_Position == NOT_BEGUN) return WBEM_E_UNEXPECTED;
         while (m_Position < m_Content.properties.size()) {
             const Property& property = m_Content.properties[m_Position++];
@@ -126,9 +135,10 @@ class FakeClassObject final : public RefusingClassObject {
         return failure;
     }
 
-    HRESULT SpawnInstance(long, IWbemClassObject** ppNewInstance) override {
+    HRESULT SpawnInstance(long lFlags, IWbemClassObject** ppNewInstance) override {
         const SparedAllocations spared;
-        if (const HRESULT failure = m_Service.Enter(L"SpawnInstance"); failure != S_OK) return failure;
+        const HRESULT failure = m_Service.Enter(L"SpawnInstance" + Flags(lFlags));
+        if (failure != S_OK) return failure;
         if (!m_Content.isClass) return WBEM_E_INVALID_OBJECT;
         Content instance = m_Content;
         instance.isClass = false;
@@ -152,22 +162,59 @@ class FakeClassObject final : public RefusingClassObject {
     bool m_WithoutSystem = false;
 };
 
+class FakeEnumerator final : public RefusingEnumerator {
+ public:
+    FakeEnumerator(FakeService& service, std::vector<EnumerationStep> steps)
+        : RefusingEnumerator(service.m_Live), m_Service(service), m_Steps(std::move(steps)) {}
+
+    HRESULT Next(long lTimeout, ULONG uCount, IWbemClassObject** apObjects, ULONG* puReturned) override {
+        const SparedAllocations spared;
+        *puReturned = 0;
+        const HRESULT failure =
+            m_Service.Enter(L"NextObject " + Number(lTimeout) + L" " + Number(static_cast<long>(uCount)));
+        if (failure != S_OK) return failure;
+        if (m_Position == m_Steps.size()) return WBEM_S_FALSE;
+        const EnumerationStep& step = m_Steps[m_Position++];
+        if (step.status != WBEM_S_NO_ERROR) return step.status;
+        *apObjects = m_Service.MakeObject(step.object);
+        *puReturned = 1;
+        return WBEM_S_NO_ERROR;
+    }
+
+ private:
+    FakeService& m_Service;
+    std::vector<EnumerationStep> m_Steps;
+    std::size_t m_Position = 0;
+};
+
 class FakeServices final : public RefusingServices<IClientSecurity> {
  public:
     explicit FakeServices(FakeService& service)
         : RefusingServices<IClientSecurity>(service.m_Live), m_Service(service) {}
 
-    HRESULT GetObject(const BSTR strObjectPath, long lFlags, IWbemContext*, IWbemClassObject** ppObject,
-                      IWbemCallResult**) override {
+    HRESULT GetObject(const BSTR strObjectPath, long lFlags, IWbemContext* pCtx, IWbemClassObject** ppObject,
+                      IWbemCallResult** ppCallResult) override {
         const SparedAllocations spared;
         *ppObject = nullptr;
-        const HRESULT failure = m_Service.Enter(L"GetObject " + Text(strObjectPath) + Flags(lFlags));
+        const bool plain = pCtx == nullptr && ppCallResult == nullptr;
+        const HRESULT failure = m_Service.Enter(L"GetObject " + Text(strObjectPath) + Flags(lFlags, plain));
         return failure != S_OK ? failure : m_Service.GetObject(Text(strObjectPath), ppObject);
     }
 
-    HRESULT PutInstance(IWbemClassObject* pInst, long lFlags, IWbemContext*, IWbemCallResult**) override {
+    HRESULT CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemContext* pCtx,
+                               IEnumWbemClassObject** ppEnum) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"PutInstance" + Flags(lFlags));
+        *ppEnum = nullptr;
+        const HRESULT failure =
+            m_Service.Enter(L"CreateInstanceEnum " + Text(strFilter) + Flags(lFlags, pCtx == nullptr));
+        return failure != S_OK ? failure : m_Service.CreateInstanceEnum(Text(strFilter), ppEnum);
+    }
+
+    HRESULT PutInstance(IWbemClassObject* pInst, long lFlags, IWbemContext* pCtx,
+                        IWbemCallResult** ppCallResult) override {
+        const SparedAllocations spared;
+        const bool plain = pCtx == nullptr && ppCallResult == nullptr;
+        const HRESULT failure = m_Service.Enter(L"PutInstance" + Flags(lFlags, plain));
         if (failure != S_OK) return failure;
         return m_Service.PutInstance(static_cast<FakeClassObject*>(pInst)->GetContent(), lFlags);
     }
@@ -201,8 +248,6 @@ class FakeServices final : public RefusingServices<IClientSecurity> {
     HRESULT CopyProxy(IUnknown*, IUnknown**) override { return E_NOTIMPL; }
 
  private:
-    static std::wstring Flags(long flags) { return flags != 0 ? L" flags=" + Number(flags) : L""; }
-
     FakeService& m_Service;
 };
 
@@ -261,7 +306,8 @@ FakeService::~FakeService() {
 }
 
 void FakeService::AddClass(const std::wstring& name, std::vector<Property> properties) {
-    properties.insert(properties.begin(), {L"__CLASS", CIM_STRING, _variant_t(name.c_str())});
+    properties.insert(properties.begin(),
+                      {{L"__CLASS", CIM_STRING, _variant_t(name.c_str())}, {PATH, CIM_STRING}});
     m_Contents[name] = {name, true, std::move(properties)};
 }
 
@@ -270,6 +316,7 @@ void FakeService::AddInstance(const std::wstring& className, const std::wstring&
     Content instance = m_Contents.at(className);
     instance.isClass = false;
     instance.Find(KEY)->value = _variant_t(id.c_str());
+    instance.Find(PATH)->value = _variant_t(InstanceKey(className, id).c_str());
     for (const Assignment& assignment : values)
         instance.Find(assignment.name)->value = assignment.value;
     m_Contents[InstanceKey(className, id)] = std::move(instance);
@@ -291,6 +338,11 @@ IWbemClassObject* FakeService::MakeObject(const Content& content) {
     auto* const object = new FakeClassObject(*this, content);
     object->AddRef();
     return object;
+}
+
+void FakeService::ScriptEnumeration(std::vector<EnumerationStep> steps) {
+    m_Script = std::move(steps);
+    m_HasScript = true;
 }
 
 void FakeService::FailAt(int number, HRESULT result) {
@@ -328,6 +380,21 @@ HRESULT FakeService::GetObject(const std::wstring& path, IWbemClassObject** obje
     const auto found = m_Contents.find(path);
     if (found == m_Contents.end()) return WBEM_E_NOT_FOUND;
     *object = MakeObject(found->second);
+    return WBEM_S_NO_ERROR;
+}
+
+HRESULT FakeService::CreateInstanceEnum(const std::wstring& className, IEnumWbemClassObject** enumerator) {
+    const std::lock_guard lock(m_Mutex);
+    const auto found = m_Contents.find(className);
+    if (found == m_Contents.end() || !found->second.isClass) return WBEM_E_INVALID_CLASS;
+    std::vector<EnumerationStep> steps = std::exchange(m_Script, {});
+    if (!std::exchange(m_HasScript, false)) {
+        for (const auto& [path, content] : m_Contents)
+            if (!content.isClass && content.className == className)
+                steps.push_back({WBEM_S_NO_ERROR, content});
+    }
+    *enumerator = new FakeEnumerator(*this, std::move(steps));
+    (*enumerator)->AddRef();
     return WBEM_S_NO_ERROR;
 }
 

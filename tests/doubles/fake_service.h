@@ -47,6 +47,12 @@ struct Content {
     Property* Find(const std::wstring& name);
 };
 
+// One answer of a scripted enumerator: the object, or a status without one.
+struct EnumerationStep {
+    HRESULT status = WBEM_S_NO_ERROR;
+    Content object;
+};
+
 // How the proxy of a connection was asked to be secured.
 struct Blanket {
     DWORD authentication, authorisation, level, impersonation, capabilities;
@@ -74,11 +80,16 @@ class FakeService {
     // An object of the content, as GetObject would hand it out.
     IWbemClassObject* MakeObject(const Content& content);
 
+    // What the next enumerator answers, instead of the instances of its class; the list ends with
+    // WBEM_S_FALSE.
+    void ScriptEnumeration(std::vector<EnumerationStep> steps);
+
     // Request number `number` from now on (1 is the next) gives `result` and has no other effect.
     void FailAt(int number, HRESULT result);
     bool HasFailed() const { return m_HasFailed; }
 
-    // The requests since the last call, as "GetObject Cls.INSTANCE_ID="42"" and the like.
+    // The requests since the last call, as "GetObject Cls.INSTANCE_ID="42"" and the like; " with more" where
+    // a context or a call result came along.
     std::vector<std::wstring> TakeRequests();
     std::vector<Blanket> Blankets();
     // Drops the records of both.
@@ -96,17 +107,21 @@ class FakeService {
     friend class FakeLocator;
     friend class FakeServices;
     friend class FakeClassObject;
+    friend class FakeEnumerator;
 
     // Counts and records a request. The status that it is to fail with, or S_OK.
     HRESULT Enter(const std::wstring& request);
 
     HRESULT GetObject(const std::wstring& path, IWbemClassObject** object);
+    HRESULT CreateInstanceEnum(const std::wstring& className, IEnumWbemClassObject** enumerator);
     HRESULT PutInstance(const Content& content, long flags);
     HRESULT DeleteInstance(const std::wstring& path);
     void AddBlanket(const Blanket& blanket);
 
     std::mutex m_Mutex;
     std::map<std::wstring, Content> m_Contents;  // by relative path
+    std::vector<EnumerationStep> m_Script;
+    bool m_HasScript = false;
     std::vector<std::wstring> m_Requests;
     std::vector<Blanket> m_Blankets;
     int m_UntilFailure = 0;

@@ -106,4 +106,15 @@ class RefusingClassObject : public ComObject<IWbemClassObject> {
     HRESULT GetMethodOrigin(LPCWSTR, BSTR*) override { return REFUSED; }
 };
 
+class RefusingEnumerator : public ComObject<IEnumWbemClassObject> {
+ public:
+    using ComObject<IEnumWbemClassObject>::ComObject;
+
+    HRESULT Reset() override { return REFUSED; }
+    HRESULT Next(long, ULONG, IWbemClassObject**, ULONG*) override { return REFUSED; }
+    HRESULT NextAsync(ULONG, IWbemObjectSink*) override { return REFUSED; }
+    HRESULT Clone(IEnumWbemClassObject**) override { return REFUSED; }
+    HRESULT Skip(long, ULONG) override { return REFUSED; }
+};
+
 }  // namespace doubles

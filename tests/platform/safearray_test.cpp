@@ -61,6 +61,48 @@ TEST(SafeArray, AnyLowerBound) {
     }
 }
 
+TEST(SafeArray, OneElementAtTheEndsOfTheRange) {
+    for (const LONG only : {INT_MAX, INT_MIN}) {
+        SCOPED_TRACE(only);
+        const SAFEARRAYBOUND bounds[] = {{1, only}, {2, only == INT_MAX ? INT_MAX - 1 : only}};
+        SAFEARRAY* array = SafeArrayCreate(VT_I4, 2, bounds);
+        ASSERT_NE(array, nullptr);
+        LONG upper = 0;
+        EXPECT_EQ(SafeArrayGetUBound(array, 1, &upper), S_OK);
+        EXPECT_EQ(upper, only);
+        LONG indices[] = {only, bounds[1].lLbound + 1};
+        LONG element = 5;
+        EXPECT_EQ(SafeArrayPutElement(array, indices, &element), S_OK);
+        for (const LONG outside : {only == INT_MAX ? only - 1 : only + 1, 0}) {
+            indices[0] = outside;
+            EXPECT_EQ(SafeArrayPutElement(array, indices, &element), DISP_E_BADINDEX);
+        }
+        EXPECT_EQ(static_cast<LONG*>(array->pvData)[1], 5);
+        EXPECT_EQ(SafeArrayDestroy(array), S_OK);
+    }
+}
+
+TEST(SafeArray, ThreeDimensionsWithTheirOwnBounds) {
+    const SAFEARRAYBOUND bounds[] = {{2, -5}, {3, INT_MAX - 2}, {4, INT_MIN}};
+    SAFEARRAY* array = SafeArrayCreate(VT_I4, 3, bounds);
+    ASSERT_NE(array, nullptr);
+    LONG count = 0;
+    for (LONG third = 0; third < 4; ++third) {
+        for (LONG second = 0; second < 3; ++second) {
+            for (LONG first = 0; first < 2; ++first, ++count) {
+                const LONG indices[] = {-5 + first, INT_MAX - 2 + second, INT_MIN + third};
+                EXPECT_EQ(SafeArrayPutElement(array, indices, &count), S_OK);
+            }
+        }
+    }
+    const LONG* const elements = static_cast<LONG*>(array->pvData);
+    for (LONG i = 0; i < count; ++i)
+        EXPECT_EQ(elements[i], i);
+    const LONG outside[] = {-5, INT_MIN, INT_MIN};
+    EXPECT_EQ(SafeArrayPutElement(array, outside, &count), DISP_E_BADINDEX);
+    EXPECT_EQ(SafeArrayDestroy(array), S_OK);
+}
+
 TEST(SafeArray, EmptyArrayEndsBelowItsStart) {
     SAFEARRAY* array = SafeArrayCreateVector(VT_BSTR, 1, 0);
     LONG upper = 5;
@@ -191,6 +233,19 @@ TEST(SafeArray, ALockedArrayIsNotDestroyed) {
     EXPECT_EQ(SafeArrayCopy(array, &copy), S_OK);
     EXPECT_EQ(SafeArrayDestroy(copy), S_OK);
     EXPECT_EQ(SafeArrayUnlock(array), S_OK);
+    EXPECT_EQ(SafeArrayDestroy(array), S_OK);
+}
+
+TEST(SafeArray, LocksAreCountedUpToTheirLimit) {
+    SAFEARRAY* array = SafeArrayCreateVector(VT_I4, 0, 1);
+    for (int i = 0; i < 65535; ++i)
+        ASSERT_EQ(SafeArrayLock(array), S_OK);
+    void* data = array;
+    EXPECT_EQ(SafeArrayAccessData(array, &data), E_UNEXPECTED);
+    EXPECT_EQ(data, nullptr);
+    for (int i = 0; i < 65535; ++i)
+        ASSERT_EQ(SafeArrayUnlock(array), S_OK);
+    EXPECT_EQ(SafeArrayUnlock(array), E_UNEXPECTED);
     EXPECT_EQ(SafeArrayDestroy(array), S_OK);
 }
 

@@ -1,6 +1,7 @@
 // Every allocation of an operation fails in turn. The exception must be one of those that the library names,
 // nothing may leak, and the object must work as if the attempt had not been made.
 #include <functional>
+#include <memory>
 #include <new>
 #include <optional>
 
@@ -89,6 +90,7 @@ TEST_F(OutOfMemoryTest, ConnectingReleasesTheLock) {
 TEST_F(OutOfMemoryTest, BuildingAnObject) {
     FailAtEachAllocation([] { CMgmtObject object(L"Category", L"a long instance id", L"server"); }, [] {});
     FailAtEachAllocation([] { CMgmtObject object(L"Cls.INSTANCE_ID=\"42\""); }, [] {});
+    FailAtEachAllocation([] { CMgmtClass listing(L"A class's name", true); }, [] {});
     const _variant_t reference(L"Cls.INSTANCE_ID=\"42\"");
     CMgmtScope::GetDefaultMgmtScope().Connect();
     FailAtEachAllocation([&] { CMgmtObject object(&reference); }, [] {});
@@ -126,6 +128,65 @@ TEST_F(OutOfMemoryTest, Put) {
             ASSERT_TRUE(object.DeleteInstance());
         },
         [&] { EXPECT_FALSE(service.HasInstance(L"Cls", L"new")); });
+}
+
+TEST_F(OutOfMemoryTest, ListingLeavesInTheCacheWhatWasListedBefore) {
+    CMgmtScope::GetDefaultMgmtScope().Connect();
+    service.AddClass(L"Empty", {{L"INSTANCE_ID", CIM_STRING}});
+    service.AddInstance(L"Cls", L"an id of some length",
+                        {{L"Changed", _variant_t(L"19000101060000.000000+000")}});
+    service.AddInstance(L"Cls", L"another one", {});
+    for (const bool useInstanceId : {true, false})
+        FailAtEachAllocation(
+            [&] {
+                CMgmtClass listing(L"Empty", useInstanceId);
+                const CMgmtObjectCollection* const instances = listing.GetInstances();
+                listing.SetCategoryID(L"Cls");
+                try {
+                    listing.GetInstances();
+                    ASSERT_EQ(instances->GetTotalItemCount(), 3U);
+                } catch (...) {
+                    const doubles::SparedAllocations spared;
+                    EXPECT_LT(instances->GetTotalItemCount(), 3U);
+                    for (size_t i = 0; i < instances->GetTotalItemCount(); ++i)
+                        EXPECT_EQ(instances->GetItem(i)->GetProperties()->GetTotalItemCount(), 6U);
+                    EXPECT_EQ(listing.GetInstances()->GetTotalItemCount(), 3U);
+                    throw;
+                }
+            },
+            [] {});
+}
+
+TEST_F(OutOfMemoryTest, CreatingInstances) {
+    CMgmtScope::GetDefaultMgmtScope().Connect();
+    std::optional<CMgmtClass> listing(std::in_place, L"Cls", true);
+    CMgmtObject source(L"Cls", L"the new instance", nullptr);
+    source.SetPropertyValue(L"Changed", DateValue(2.25));
+    const auto nothingStored = [&] {
+        EXPECT_FALSE(service.HasInstance(L"Cls", L"the new instance"));
+        EXPECT_NE(std::make_unique<CMgmtClass>(*listing)->CreateInstance(), nullptr);
+    };
+    FailAtEachAllocation(
+        [&] {
+            ASSERT_TRUE(listing->CreateInstance(source));
+            const doubles::SparedAllocations spared;
+            ASSERT_TRUE(source.DeleteInstance());
+        },
+        nothingStored);
+    FailAtEachAllocation(
+        [&] {
+            const std::unique_ptr<CMgmtObjectBase> created(listing->CreateInstance(L"the new instance"));
+            ASSERT_NE(created, nullptr);
+            const doubles::SparedAllocations spared;
+            ASSERT_TRUE(source.DeleteInstance());
+        },
+        nothingStored);
+    FailAtEachAllocation(
+        [&] {
+            CMgmtClass copy(*listing);
+            ASSERT_NE(copy.CreateInstance(), nullptr);
+        },
+        nothingStored);
 }
 
 TEST_F(OutOfMemoryTest, SettingAPropertyKeepsTheOldRecordUntilTheNewOneStands) {

@@ -33,7 +33,8 @@ class ServiceTest : public ::testing::Test {
     std::vector<std::wstring> Requests() {
         std::vector<std::wstring> requests = service.TakeRequests();
         std::erase_if(requests, [](const std::wstring& request) {
-            return request == L"Next" || request == L"EndEnumeration" || request == L"BeginEnumeration 64";
+            return request == L"Next" || request == L"Next with type" || request == L"EndEnumeration" ||
+                   request == L"BeginEnumeration 64";
         });
         return requests;
     }

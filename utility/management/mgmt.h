@@ -10,11 +10,17 @@
 #pragma once
 
 #include "utility/management/util_ManagementException.h"
+#include "utility/management/util_MgmtBSTRArrayAccessHelper.h"
+#include "utility/management/util_MgmtClass.h"
 #include "utility/management/util_MgmtDateTime.h"
 #include "utility/management/util_MgmtInitialize.h"
+#include "utility/management/util_MgmtLocalPropertyData.h"
+#include "utility/management/util_MgmtLocalPropertyDataCollection.h"
 #include "utility/management/util_MgmtObject.h"
+#include "utility/management/util_MgmtObjectArrayAccessHelper.h"
 #include "utility/management/util_MgmtObjectBase.h"
 #include "utility/management/util_MgmtObjectCollection.h"
 #include "utility/management/util_MgmtPropertyData.h"
 #include "utility/management/util_MgmtPropertyDataCollection.h"
 #include "utility/management/util_MgmtScope.h"
+#include "utility/management/util_MgmtSINT32ArrayAccessHelper.h"

@@ -31,6 +31,22 @@ HRESULT PutValue(IWbemClassObject& object, const wchar_t* name, const VARIANT& v
     return object.Put(name, 0, &written, 0);
 }
 
+void ConvertDateTime(CIMTYPE type, VARIANT& value) {
+    double date = 0;
+    if (type != CIM_DATETIME || value.vt != VT_BSTR) return;
+    if (!CMgmtObjectBase::DATETIME2Date(value.bstrVal, &date)) return;
+    VariantClear(&value);
+    value.vt = VT_DATE;
+    value.date = date;
+}
+
+HRESULT Spawn(IWbemServices& services, const std::wstring& className, CComPtr<IWbemClassObject>& instance) {
+    CComPtr<IWbemClassObject> classObject;
+    const HRESULT status = services.GetObject(_bstr_t(className.c_str()), 0, nullptr, &classObject, nullptr);
+    if (FAILED(status)) return status;
+    return classObject != nullptr ? classObject->SpawnInstance(0, &instance) : WBEM_E_FAILED;
+}
+
 Properties::Properties(IWbemClassObject& object)
     : m_Object(object), m_HasBegun(object.BeginEnumeration(WBEM_FLAG_NONSYSTEM_ONLY) == WBEM_S_NO_ERROR) {}
 
@@ -38,11 +54,11 @@ Properties::~Properties() {
     if (m_HasBegun) m_Object.EndEnumeration();
 }
 
-bool Properties::Next() {
+bool Properties::Next(CIMTYPE* type) {
     m_Name.Empty();
     m_Value.Clear();
     long flavor = 0;
-    return m_Object.Next(0, &m_Name, &m_Value, nullptr, &flavor) == WBEM_S_NO_ERROR;
+    return m_Object.Next(0, &m_Name, &m_Value, type, &flavor) == WBEM_S_NO_ERROR;
 }
 
 }  // namespace class_object

@@ -25,6 +25,15 @@ bool IsWritten(const VARIANT& value) noexcept;
 // status; throws _com_error when the text cannot be allocated.
 HRESULT PutValue(IWbemClassObject& object, const wchar_t* name, const VARIANT& value);
 
+// Turns the date-and-time text of a property of type CIM_DATETIME into the date (VT_DATE) that it tells. Any
+// other value stays, and so does a text that is no date, an interval for instance.
+void ConvertDateTime(CIMTYPE type, VARIANT& value);
+
+// Makes an instance of the class in memory. The status of the request that failed, else that of
+// SpawnInstance. `instance` must be null, and may still be null after a success. Throws _com_error when
+// `className` cannot be allocated.
+HRESULT Spawn(IWbemServices& services, const std::wstring& className, CComPtr<IWbemClassObject>& instance);
+
 // Lists an object's properties without the system's (the names that begin with two underscores). The
 // enumeration is ended in every case, so the object can be enumerated again.
 //
@@ -42,8 +51,9 @@ class Properties {
     // False when the service refused to enumerate; Next must not be called then.
     bool HasBegun() const noexcept { return m_HasBegun; }
 
-    // False at the end of the list and when the service fails.
-    bool Next();
+    // False at the end of the list and when the service fails. The service is asked for the property's type
+    // where `type` is not null.
+    bool Next(CIMTYPE* type = nullptr);
 
     // The current property. The value may be taken over.
     std::wstring Name() const { return {m_Name, m_Name.Length()}; }

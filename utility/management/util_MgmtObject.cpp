@@ -2,6 +2,7 @@
 
 #include <cwchar>
 #include <string_view>
+#include <utility>
 
 #include "utility/management/util_MgmtClassObject.h"
 #include "utility/management/util_MgmtInstancePath.h"
@@ -28,16 +29,6 @@ std::optional<std::wstring_view> NextQuoted(std::wstring_view& rest) {
     return quoted;
 }
 
-CComPtr<IWbemClassObject> Spawn(IWbemServices& services, const std::wstring& className) {
-    CComPtr<IWbemClassObject> classObject;
-    const HRESULT status = services.GetObject(_bstr_t(className.c_str()), 0, nullptr, &classObject, nullptr);
-    if (FAILED(status) || classObject == nullptr) return nullptr;
-
-    CComPtr<IWbemClassObject> instance;
-    if (classObject->SpawnInstance(0, &instance) != WBEM_S_NO_ERROR) return nullptr;
-    return instance;
-}
-
 }  // namespace
 
 CMgmtObject::CMgmtObject() : m_Scope(CMgmtScope::GetDefaultMgmtScope()) {}
@@ -56,6 +47,12 @@ CMgmtObject::CMgmtObject(const _variant_t* reference) : CMgmtObject() {
     if (!IsText(reference)) return;
     if (_ParseReference(TextOrEmpty(reference->bstrVal))) PopulateObjectReferenceProperties(reference);
 }
+
+CMgmtObject::CMgmtObject(const CMgmtScope& scope, const wchar_t* categoryId, const wchar_t* instanceId)
+    : m_CategoryID(TextOrEmpty(categoryId)), m_InstanceID(TextOrEmpty(instanceId)), m_Scope(scope) {}
+
+CMgmtObject::CMgmtObject(const CMgmtScope& scope, _bstr_t&& objectPath)
+    : m_Scope(scope), m_ObjectPath(std::move(objectPath)), m_UseObjectPath(true) {}
 
 CMgmtObject::CMgmtObject(const CMgmtObject& other) = default;
 
@@ -197,5 +194,9 @@ CComPtr<IWbemClassObject> CMgmtObject::_FetchForPut(IWbemServices& services, boo
     CComPtr<IWbemClassObject> object;
     const HRESULT status = services.GetObject(*path, 0, nullptr, &object, nullptr);
     if (status == WBEM_S_NO_ERROR) return object;
-    return createIfMissing ? Spawn(services, m_CategoryID) : nullptr;
+    if (!createIfMissing) return nullptr;
+
+    CComPtr<IWbemClassObject> instance;
+    if (class_object::Spawn(services, m_CategoryID, instance) != WBEM_S_NO_ERROR) return nullptr;
+    return instance;
 }

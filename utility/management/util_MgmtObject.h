@@ -86,6 +86,12 @@ class MGMT_API CMgmtObject : public CMgmtObjectBase {
     bool PopulateObjectReferenceProperties(const _variant_t* reference);
 
  private:
+    friend class CMgmtClass;
+
+    // The public constructors with a scope that the caller has at hand.
+    MGMT_LOCAL CMgmtObject(const CMgmtScope& scope, const wchar_t* categoryId, const wchar_t* instanceId);
+    MGMT_LOCAL CMgmtObject(const CMgmtScope& scope, _bstr_t&& objectPath);
+
     MGMT_LOCAL bool _ParseReference(const wchar_t* reference);
     MGMT_LOCAL std::optional<_bstr_t> _ObjectPath() const;
     MGMT_LOCAL CComPtr<IWbemClassObject> _FetchForGet();

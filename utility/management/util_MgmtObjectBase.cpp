@@ -29,13 +29,6 @@ struct SharedParts final : std::map<std::wstring, CMgmtPropertyData*> {
     std::int32_t refCount = 1;
 };
 
-// A date-and-time text as the date that it tells; any other text, an interval for instance, stays.
-void ConvertToDate(_variant_t& value) {
-    double date = 0;
-    if (!CMgmtObjectBase::DATETIME2Date(value.bstrVal, &date)) return;
-    value = _variant_t(date, VT_DATE);
-}
-
 }  // namespace
 
 CMgmtObjectBase::CMgmtObjectBase() {
@@ -91,7 +84,7 @@ const _variant_t* CMgmtObjectBase::_FetchValue(std::wstring&& name) const {
     _variant_t value;
     CIMTYPE type = CIM_EMPTY;
     object->Get(name.c_str(), 0, &value, &type, nullptr);
-    if (type == CIM_DATETIME && value.vt == VT_BSTR) ConvertToDate(value);
+    class_object::ConvertDateTime(type, value);
     return _Store(std::move(name), value);
 }
 
@@ -187,13 +180,16 @@ bool CMgmtObjectBase::PopulateObjectProperties(const _variant_t* object) {
     return true;
 }
 
-bool CMgmtObjectBase::_ReadProperties(IWbemClassObject& object) {
+bool CMgmtObjectBase::_ReadProperties(IWbemClassObject& object, bool datesAsDates) {
     class_object::Properties properties(object);
     if (!properties.HasBegun()) return false;
     // The service lists properties in the order of their names, so each belongs behind the one before.
     Place place = m_PropertyMap->begin();
-    while (properties.Next())
+    CIMTYPE type = CIM_EMPTY;
+    while (properties.Next(datesAsDates ? &type : nullptr)) {
+        if (datesAsDates) class_object::ConvertDateTime(type, properties.Value());
         place = std::next(_Store(place, properties.Name(), properties.Value()));
+    }
     return true;
 }
 

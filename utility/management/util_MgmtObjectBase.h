@@ -75,6 +75,13 @@ class MGMT_API CMgmtObjectBase {
     // VT_UNKNOWN with a reference of its own. An unbound bag gives what it holds, VT_EMPTY as a rule.
     operator const _variant_t();
 
+    // The held object as XML text in the service's own form (WMI DTD 2.0): one instance or class with its
+    // local properties, without qualifiers and system properties. What is only in the bag is not in it: a
+    // value that the service refused, or that is null, shows as the held object has it. Convert the bag to a
+    // variant first to write all of it into the held object. A null string when nothing is held, and when
+    // the service cannot give the text; the thread must have initialised COM.
+    _bstr_t GetXML();
+
     // Date-and-time text (CIM DATETIME) to an automation date and back. The offset from UTC is neither read
     // nor anything but "+000" when written; the six digits of the fraction are the milliseconds of the
     // platform's conversions as they are. Stateless, nothing is thrown, false on failure or a null pointer.
@@ -90,8 +97,9 @@ class MGMT_API CMgmtObjectBase {
     // type. False, and nothing changed, when there is none. Records of other names stay.
     bool PopulateObjectProperties(const _variant_t* object);
 
-    // Reads all of `object`'s properties into the bag; false when the service refuses to list them.
-    MGMT_LOCAL bool _ReadProperties(IWbemClassObject& object);
+    // Reads all of `object`'s properties into the bag; false when the service refuses to list them. With
+    // `datesAsDates` a date-and-time property whose text is a date becomes a VT_DATE.
+    MGMT_LOCAL bool _ReadProperties(IWbemClassObject& object, bool datesAsDates = false);
 
     // Makes `object` the held object.
     MGMT_LOCAL void _Hold(IWbemClassObject* object);

@@ -102,12 +102,7 @@ CMgmtScope::CMgmtScope(const CMgmtScope& other) noexcept : m_SharedData(other.m_
 }
 
 CMgmtScope& CMgmtScope::operator=(const CMgmtScope& other) noexcept {
-    if (this == &other) return *this;
-    // The reference is taken first: this handle may be the last one of the record that `other` lies in.
-    SharedData* const shared = other.m_SharedData;
-    shared_handle::AddReference(shared);
-    _Free();
-    m_SharedData = shared;
+    if (this != &other) shared_handle::Assign(m_SharedData, other.m_SharedData);
     return *this;
 }
 
@@ -195,7 +190,5 @@ void CMgmtScope::_Free() noexcept {
 }
 
 CMgmtScope::SharedData& CMgmtScope::_Ensure(int line) {
-    if (m_SharedData == nullptr)
-        m_SharedData = shared_handle::MakeRecord<SharedData>(L"" __FILE__, line, BUILT_IN_PATH);
-    return *m_SharedData;
+    return shared_handle::Ensure(m_SharedData, L"" __FILE__, line, BUILT_IN_PATH);
 }
