@@ -168,13 +168,14 @@ HRESULT ClassObject::Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE* p
     return AtBoundary([&]() -> Status {
         if (!wszName) return NullArgument("wszName");
         SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
-        if (const auto index = Definition()->FindProperty(std::wstring_view(wszName))) {
+        const auto system = FindSystemProperty(wszName);
+        if (!system) {
+            const auto index = Definition()->FindProperty(std::wstring_view(wszName));
+            if (!index) return UnknownProperty(*Definition(), wszName);
             if (pVal) SERVICE_RETURN_IF_ERROR(ReadProperty(*index, pVal));
             FillIn(*index, pType, plFlavor);
             return {};
         }
-        const auto system = FindSystemProperty(wszName);
-        if (!system) return UnknownProperty(*Definition(), wszName);
         const PropertyType& type = SystemPropertyAt(*system).type;
         SERVICE_ASSIGN_OR_RETURN(const Value value, ReadSystemProperty(*this, *system));
         const auto wrap = [this](const ObjectPtr& object) { return WrapEmbedded(connection_, object); };

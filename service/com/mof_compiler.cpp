@@ -102,14 +102,16 @@ void FillIn(const MofImport& import, WBEM_COMPILE_STATUS_INFO* info) noexcept {
 }
 
 Status Import(const std::vector<MofSource>& sources, const std::string& default_namespace,
-              const ImportFlags& flags, WBEM_COMPILE_STATUS_INFO* info) {
+              const ImportFlags& flags, IMofProgress* progress, WBEM_COMPILE_STATUS_INFO* info) {
+    MofOptions options;
+    if (progress) options.progress = [&](size_t done, size_t total) { progress->Progress(done, total); };
     SERVICE_ASSIGN_OR_RETURN(const std::shared_ptr<Repository> repository,
                              Repository::Open(Repository::DefaultDirectory()));
     MofImport import;
     bool is_checked = false;
     Status result = repository->Write([&](RepositoryWriter& writer) -> Status {
         TransactionTarget target(writer, flags);
-        import = CompileMof(sources, default_namespace, target);
+        import = CompileMof(sources, default_namespace, target, options);
         if (import.fault) return {import.fault->code, Describe(*import.fault)};
         is_checked = flags.is_check_only;
         // Any fault makes the transaction void.
@@ -164,7 +166,7 @@ HRESULT MofCompiler::CompileFile(LPWSTR FileName, LPWSTR ServerAndNamespace, LPW
             texts.push_back(std::move(text));
             sources.push_back({name, texts.back()});
         }
-        return Import(sources, space, flags, pInfo);
+        return Import(sources, space, flags, progress_, pInfo);
     });
     if (pInfo) pInfo->hRes = result;
     return result;
@@ -182,7 +184,7 @@ HRESULT MofCompiler::CompileBuffer(long BuffSize, BYTE* pBuffer, LPWSTR ServerAn
                                  ReadFlags(lOptionFlags, lClassFlags, lInstanceFlags));
         SERVICE_ASSIGN_OR_RETURN(const std::string space, NamespaceArgument(ServerAndNamespace));
         const std::string_view bytes(reinterpret_cast<const char*>(pBuffer), static_cast<size_t>(BuffSize));
-        return Import({{"buffer", bytes}}, space, flags, pInfo);
+        return Import({{"buffer", bytes}}, space, flags, progress_, pInfo);
     });
     if (pInfo) pInfo->hRes = result;
     return result;
@@ -190,6 +192,11 @@ HRESULT MofCompiler::CompileBuffer(long BuffSize, BYTE* pBuffer, LPWSTR ServerAn
 
 HRESULT MofCompiler::CreateBMOF(LPWSTR, LPWSTR, LPWSTR, LONG, LONG, LONG, WBEM_COMPILE_STATUS_INFO*) {
     return Report(Status(WBEM_E_NOT_SUPPORTED, "binary MOF is not supported by this service"));
+}
+
+HRESULT MofCompiler::SetProgress(IMofProgress* progress) {
+    progress_ = progress;
+    return S_OK;
 }
 
 }  // namespace service

@@ -8,15 +8,19 @@
 // Option flags: WBEM_FLAG_CHECK_ONLY does everything and then stores nothing; the others have no effect. The
 // flags of classes and instances are WBEM_FLAG_CREATE_OR_UPDATE, WBEM_FLAG_UPDATE_ONLY and
 // WBEM_FLAG_CREATE_ONLY. Without a namespace argument a text begins in root\default.
+//
+// One thread at a time.
 #pragma once
 
+#include <atlbase.h>
+#include <mofprogress.h>
 #include <wbemidl.h>
 
 #include "service/com/com_object.h"
 
 namespace service {
 
-class MofCompiler final : public ComObject<IMofCompiler> {
+class MofCompiler final : public ComObject<IMofCompiler, IMofProgressSource> {
  public:
     HRESULT STDMETHODCALLTYPE CompileFile(LPWSTR FileName, LPWSTR ServerAndNamespace, LPWSTR User,
                                           LPWSTR Authority, LPWSTR Password, LONG lOptionFlags,
@@ -30,12 +34,16 @@ class MofCompiler final : public ComObject<IMofCompiler> {
                                          LONG lOptionFlags, LONG lClassFlags, LONG lInstanceFlags,
                                          WBEM_COMPILE_STATUS_INFO* pInfo) override;
 
+    HRESULT STDMETHODCALLTYPE SetProgress(IMofProgress* progress) override;
+
  private:
     template <typename Object, typename... Arguments>
     friend CComPtr<Object> MakeCom(Arguments&&... arguments);
 
     MofCompiler() = default;
     ~MofCompiler() override = default;
+
+    CComPtr<IMofProgress> progress_;
 };
 
 }  // namespace service

@@ -1,5 +1,6 @@
 #include "service/com/system_properties.h"
 
+#include <algorithm>
 #include <array>
 
 #include "service/com/class_object.h"
@@ -47,6 +48,11 @@ const std::array<SystemProperty, kSystemPropertyCount>& Table() {
     return table;
 }
 
+// The names are ASCII, in capitals.
+wchar_t ToUpperAscii(wchar_t c) noexcept {
+    return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+}
+
 Value TextOrNull(std::string text) {
     return text.empty() ? Value() : Value(std::move(text));
 }
@@ -75,12 +81,13 @@ const SystemProperty& SystemPropertyAt(size_t index) noexcept {
 
 std::optional<size_t> FindSystemProperty(std::wstring_view name) {
     if (!name.starts_with(L"__")) return std::nullopt;
-    std::string wanted;
-    if (!AppendUtf8(name, wanted)) return std::nullopt;
-    for (size_t i = 0; i < kSystemPropertyCount; ++i) {
-        if (EqualFolded(ToUtf8Lossy(Table()[i].name), wanted)) return i;
-    }
-    return std::nullopt;
+    const auto& table = Table();
+    const auto found = std::find_if(table.begin(), table.end(), [&](const SystemProperty& each) {
+        return std::equal(each.name.begin(), each.name.end(), name.begin(), name.end(),
+                          [](wchar_t upper, wchar_t c) { return upper == ToUpperAscii(c); });
+    });
+    if (found == table.end()) return std::nullopt;
+    return static_cast<size_t>(found - table.begin());
 }
 
 Result<Value> ReadSystemProperty(const ClassObject& object, size_t index) {

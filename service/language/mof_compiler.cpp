@@ -38,7 +38,7 @@ struct Unit {
 template <typename Node>
 struct Placed {
     Unit* unit;
-    const Node* node;
+    Node* node;
     size_t space;
 };
 
@@ -83,7 +83,7 @@ class Importer {
     }
 
     Fault CollectFrom(Unit& unit, size_t space) {
-        for (const MofDeclaration& declaration : unit.file.declarations) {
+        for (MofDeclaration& declaration : unit.file.declarations) {
             if (const auto* include = std::get_if<MofInclude>(&declaration)) {
                 return unit.CheckFault(
                     include->file.offset, WBEM_E_NOT_SUPPORTED,
@@ -128,7 +128,7 @@ class Importer {
         return unit.objects.AddAlias(declared.alias, &declared, space);
     }
 
-    Fault CollectObject(Unit& unit, const MofObject& object, size_t space) {
+    Fault CollectObject(Unit& unit, MofObject& object, size_t space) {
         NoteUse(unit, object.class_name.offset, space);
         if (EqualFolded(object.class_name.text, kNamespaceClass))
             return CollectNamespace(unit, object, space);
@@ -225,6 +225,8 @@ class Importer {
             Status fault = scope_.Enter(space);
             if (fault.ok()) fault = target_.PutInstance(std::move(*instance));
             if (!fault.ok()) return unit->StoreFault(object->class_name.offset, fault);
+            // Nothing asks for it any more, unless by its alias.
+            if (object->alias.text.empty()) std::vector<MofAssignment>().swap(object->assignments);
             ++summary_.instances;
             ReportProgress();
         }
@@ -250,8 +252,8 @@ class Importer {
     MofScope scope_;
     std::deque<Unit> units_;
     std::vector<Place> first_uses_;  // by namespace
-    std::vector<Placed<MofValue>> children_;
-    std::vector<Placed<MofClass>> classes_;
+    std::vector<Placed<const MofValue>> children_;
+    std::vector<Placed<const MofClass>> classes_;
     std::vector<Placed<MofObject>> objects_;
     std::vector<size_t> order_;  // of classes_
     MofSummary summary_;

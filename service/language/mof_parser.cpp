@@ -404,6 +404,7 @@ class Parser {
             if (!Advance() || !TakeAlias(object.alias)) return false;
         }
         if (!TakeSymbol('{')) return false;
+        if (depth == 0) object.assignments.reserve(assignments_before_);
         while (!token_.IsSymbol('}')) {
             MofAssignment& assignment = object.assignments.emplace_back();
             if (!SkipQualifiers() || !TakeName("the name of a property or \"}\"", assignment.property) ||
@@ -411,6 +412,7 @@ class Parser {
                 return false;
             }
         }
+        if (depth == 0) assignments_before_ = object.assignments.size();
         return Advance();
     }
 
@@ -418,6 +420,9 @@ class Parser {
     MofLexer lexer_;
     MofToken token_;
     std::optional<MofDiagnostic> fault_;
+    // In the instance parsed last: the next one will have as many, as a rule, and takes no more room than it
+    // needs.
+    size_t assignments_before_ = 0;
 };
 
 }  // namespace

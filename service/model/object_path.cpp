@@ -1,5 +1,6 @@
 #include "service/model/object_path.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <utility>
@@ -354,12 +355,30 @@ Result<std::string> KeyOf(const Instance& instance) {
     return key;
 }
 
+namespace {
+
+void AppendQuoted(std::string_view text, std::string& out) {
+    out += '"';
+    for (size_t plain = 0; plain < text.size();) {
+        const size_t special = std::min(text.find_first_of("\"\\", plain), text.size());
+        out += text.substr(plain, special - plain);
+        if (special < text.size()) (out += '\\') += text[special];
+        plain = special + 1;
+    }
+    out += '"';
+}
+
+}  // namespace
+
 Result<std::string> RelativePathOf(const Instance& instance) {
     const ClassDefinition& definition = *instance.Class();
     if (definition.LacksKeys()) {
         return Status(WBEM_E_INVALID_OBJECT, "the query left out a key of class " + definition.Name());
     }
-    std::string path = definition.Name();
+    constexpr size_t kUsualLength = 120;
+    std::string path;
+    path.reserve(kUsualLength);
+    path += definition.Name();
     if (definition.IsSingleton()) return path + "=@";
     char separator = '.';
     for (const size_t index : definition.Keys()) {
@@ -370,10 +389,12 @@ Result<std::string> RelativePathOf(const Instance& instance) {
             return Status(WBEM_E_ILLEGAL_NULL,
                           DescribeKey(definition, definition.Properties()[index]) + " has no value");
         }
-        path += separator + definition.Properties()[index].name + "=";
+        path += separator;
+        path += definition.Properties()[index].name;
+        path += '=';
         separator = ',';
         if (const auto* text = std::get_if<std::string_view>(&view)) {
-            path += QuoteForPath(*text);
+            AppendQuoted(*text, path);
         } else if (const auto* flag = std::get_if<bool>(&view)) {
             path += *flag ? "TRUE" : "FALSE";
         } else {
@@ -410,12 +431,9 @@ std::string PrintObjectPath(const ObjectPath& path) {
 }
 
 std::string QuoteForPath(std::string_view text) {
-    std::string quoted = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') quoted += '\\';
-        quoted += c;
-    }
-    return quoted + '"';
+    std::string quoted;
+    AppendQuoted(text, quoted);
+    return quoted;
 }
 
 }  // namespace service

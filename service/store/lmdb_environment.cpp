@@ -33,6 +33,7 @@ constexpr std::string_view kFormatKey = "format";
 constexpr size_t kSmallestMap = size_t{64} << 20;
 // A disk with less room than this is as good as full: a commit writes that much.
 constexpr uint64_t kSmallestFreeSpace = uint64_t{64} << 10;
+constexpr size_t kScannedBeforeLetGo = size_t{4} << 20;
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
 
@@ -495,6 +496,7 @@ int LmdbEnvironment::Resize(size_t full_bytes) {
     if (full_bytes == 0 || MapBytes() <= full_bytes) {
         code = IsRoomFor(full_bytes * 2) ? mdb_env_set_mapsize(env_, full_bytes * 2) : ENOMEM;
     }
+    scanned_ = {};
     is_resizing_ = false;
     changed_.notify_all();
     return code;
@@ -515,6 +517,18 @@ size_t LmdbEnvironment::MapBytes() const noexcept {
     MDB_envinfo info{};
     mdb_env_info(env_, &info);
     return info.me_mapsize;
+}
+
+// The transaction keeps the map where it is meanwhile. The pages of a file that nobody writes through the map
+// come back unchanged when they are read again.
+void LmdbEnvironment::LetGo(const MapRange& scanned) noexcept {
+    const std::lock_guard lock(mutex_);
+    scanned_.Add(scanned);
+    if (scanned_.read_bytes < kScannedBeforeLetGo) return;
+    const auto page_bytes = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t begin = scanned_.lowest / page_bytes * page_bytes;
+    madvise(reinterpret_cast<void*>(begin), scanned_.highest - begin, MADV_DONTNEED);
+    scanned_ = {};
 }
 
 Status LmdbEnvironment::Grow(size_t full_bytes) {

@@ -20,6 +20,7 @@
 // Any number of threads may use one environment; a transaction belongs to one thread at a time.
 #pragma once
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -43,6 +44,25 @@ inline MDB_val ValueOf(std::string_view bytes) noexcept {
 inline std::string_view ViewOf(const MDB_val& value) noexcept {
     return {static_cast<const char*>(value.mv_data), value.mv_size};
 }
+
+// A stretch of the map.
+struct MapRange {
+    void Add(std::string_view bytes) noexcept {
+        const auto begin = reinterpret_cast<uintptr_t>(bytes.data());
+        lowest = std::min(lowest, begin);
+        highest = std::max(highest, begin + bytes.size());
+        read_bytes += bytes.size();
+    }
+    void Add(const MapRange& other) noexcept {
+        lowest = std::min(lowest, other.lowest);
+        highest = std::max(highest, other.highest);
+        read_bytes += other.read_bytes;
+    }
+
+    uintptr_t lowest = UINTPTR_MAX;
+    uintptr_t highest = 0;
+    size_t read_bytes = 0;  // of those in between
+};
 
 struct LmdbTables {
     MDB_dbi meta = 0;
@@ -74,6 +94,11 @@ class LmdbEnvironment {
 
     // Bytes of the map. Called within a transaction: another thread may be exchanging the map otherwise.
     size_t MapBytes() const noexcept;
+
+    // Takes note of what a scan has read in a read transaction that still runs. Once it is much, the process
+    // gives those pages back: they stay in the system's cache, but a scan of a large class does not make the
+    // process as large as the class.
+    void LetGo(const MapRange& scanned) noexcept;
 
     // Doubles the map of `full_bytes`, unless it was meanwhile. Called with no transaction open on this
     // thread.
@@ -117,6 +142,7 @@ class LmdbEnvironment {
     std::vector<MDB_txn*> idle_readers_;
     size_t running_ = 0;  // transactions of this process
     bool is_resizing_ = false;
+    MapRange scanned_;  // since pages were given back last; of the map as it is
 };
 
 // Marks the thread as inside an environment. Marks of one thread end in the reverse order of their begin.

@@ -137,7 +137,7 @@ bool DecodeChange(uint64_t number, std::string_view bytes, ChangeView& change) n
 class LmdbTransaction final : public StoreWriter {
  public:
     // `writer` is null for a transaction that only reads.
-    LmdbTransaction(const LmdbEnvironment& environment, MDB_txn* txn, WriteTransaction* writer) noexcept
+    LmdbTransaction(LmdbEnvironment& environment, MDB_txn* txn, WriteTransaction* writer) noexcept
         : environment_(environment), txn_(txn), writer_(writer) {}
 
     // Whether an operation met a full map: the transaction must be run again in a larger one.
@@ -180,20 +180,26 @@ class LmdbTransaction final : public StoreWriter {
     Status ScanInstances(uint32_t class_id, std::string_view place,
                          FunctionRef<bool(const InstanceView&)> visit) override {
         InstanceTableKey start = InstanceTableKey::From(class_id, place);
-        return ScanFrom(tables().instances, start.value(), kClassBytes,
-                        [&](std::string_view table_key, std::string_view entry, bool& go_on) {
-                            InstanceView found;
-                            found.place = InstanceTableKey::PlaceIn(table_key);
-                            if (found.place == place) return Status();
-                            if (!InstanceTableKey::IsLongPlace(found.place)) {
-                                found.key = found.place.substr(std::min<size_t>(1, found.place.size()));
-                                found.record = entry;
-                            } else if (!SplitLongEntry(entry, found.key, found.record)) {
-                                return Damaged("an instance with a long key");
-                            }
-                            go_on = visit(found);
-                            return Status();
-                        });
+        MapRange scanned;
+        Status fault = ScanFrom(tables().instances, start.value(), kClassBytes,
+                                [&](std::string_view table_key, std::string_view entry, bool& go_on) {
+                                    InstanceView found;
+                                    scanned.Add(entry);
+                                    found.place = InstanceTableKey::PlaceIn(table_key);
+                                    if (found.place == place) return Status();
+                                    if (!InstanceTableKey::IsLongPlace(found.place)) {
+                                        found.key =
+                                            found.place.substr(std::min<size_t>(1, found.place.size()));
+                                        found.record = entry;
+                                    } else if (!SplitLongEntry(entry, found.key, found.record)) {
+                                        return Damaged("an instance with a long key");
+                                    }
+                                    go_on = visit(found);
+                                    return Status();
+                                });
+        // What a writer reads may lie outside the map.
+        if (!writer_) environment_.LetGo(scanned);
+        return fault;
     }
 
     Status LastChange(uint64_t& number) override { return EndOfLog(MDB_LAST, number); }
@@ -444,7 +450,7 @@ class LmdbTransaction final : public StoreWriter {
         return {};
     }
 
-    const LmdbEnvironment& environment_;
+    LmdbEnvironment& environment_;
     MDB_txn* const txn_;
     WriteTransaction* const writer_;
     bool needs_room_ = false;

@@ -32,6 +32,14 @@ const wchar_t* TextOf(const _variant_t& value) noexcept {
     return value.vt == VT_BSTR ? value.bstrVal : nullptr;
 }
 
+// The text itself, without a copy.
+_bstr_t TakeText(_variant_t& value) {
+    if (value.vt != VT_BSTR) return {};
+    _bstr_t text(value.bstrVal, false);
+    value.vt = VT_EMPTY;
+    return text;
+}
+
 }  // namespace
 
 CMgmtClass::CMgmtClass() = default;
@@ -91,7 +99,7 @@ std::unique_ptr<CMgmtObject> CMgmtClass::_MakeListed(const CMgmtScope& scope,
     } else {
         _variant_t path;
         if (!Read(object, L"__RELPATH", path)) return nullptr;
-        listed.reset(new CMgmtObject(scope, _bstr_t(TextOf(path))));
+        listed.reset(new CMgmtObject(scope, TakeText(path)));
     }
     listed->_ReadProperties(object, m_UseInstanceId);
     return listed;

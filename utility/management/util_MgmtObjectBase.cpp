@@ -183,12 +183,19 @@ bool CMgmtObjectBase::PopulateObjectProperties(const _variant_t* object) {
 bool CMgmtObjectBase::_ReadProperties(IWbemClassObject& object, bool datesAsDates) {
     class_object::Properties properties(object);
     if (!properties.HasBegun()) return false;
-    // The service lists properties in the order of their names, so each belongs behind the one before.
+    // The service lists properties in the order of their names, so each belongs behind the one before: at the
+    // end of a map that was empty.
+    const bool isNew = m_PropertyMap->empty();
     Place place = m_PropertyMap->begin();
     CIMTYPE type = CIM_EMPTY;
     while (properties.Next(datesAsDates ? &type : nullptr)) {
         if (datesAsDates) class_object::ConvertDateTime(type, properties.Value());
-        place = std::next(_Store(place, properties.Name(), properties.Value()));
+        place = _Store(place, properties.Name(), properties.Value());
+        if (isNew) {
+            place = m_PropertyMap->end();
+        } else {
+            ++place;
+        }
     }
     return true;
 }
