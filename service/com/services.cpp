@@ -9,6 +9,7 @@
 #include "service/com/identity.h"
 #include "service/com/instance_requests.h"
 #include "service/com/namespace_class.h"
+#include "service/com/notifications.h"
 #include "service/model/text.h"
 
 namespace service {
@@ -305,9 +306,25 @@ HRESULT Services::ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, lo
     });
 }
 
-HRESULT Services::CancelAsyncCall(IWbemObjectSink*) {
-    return Unsupported("cancelling a call");
+HRESULT Services::ExecNotificationQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
+                                             IWbemContext*, IWbemObjectSink* pResponseHandler) {
+    return AtBoundary([&]() -> Status {
+        if (!pResponseHandler) return {WBEM_E_INVALID_PARAMETER, "pResponseHandler must not be null"};
+        SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SEND_STATUS));
+        SERVICE_RETURN_IF_ERROR(CheckQueryLanguage(strQueryLanguage));
+        SERVICE_ASSIGN_OR_RETURN(const std::string query, TakeText(strQuery, "the query"));
+        return SubscribeSink(connection_, query, pResponseHandler);
+    });
 }
+
+HRESULT Services::CancelAsyncCall(IWbemObjectSink* pSink) {
+    return AtBoundary([&]() -> Status {
+        if (!pSink) return {WBEM_E_INVALID_PARAMETER, "pSink must not be null"};
+        return CancelSink(connection_, pSink);
+    });
+}
+
 HRESULT Services::QueryObjectSink(long, IWbemObjectSink**) {
     return Unsupported("a sink of the service");
 }
@@ -336,9 +353,6 @@ HRESULT Services::ExecQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IW
     return Unsupported("a query");
 }
 HRESULT Services::ExecNotificationQuery(const BSTR, const BSTR, long, IWbemContext*, IEnumWbemClassObject**) {
-    return Unsupported("a notification query");
-}
-HRESULT Services::ExecNotificationQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemObjectSink*) {
     return Unsupported("a notification query");
 }
 HRESULT Services::ExecMethod(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*,

@@ -51,9 +51,12 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
                                                  IEnumWbemClassObject** ppEnum) override;
     HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
                                         IWbemContext* pCtx, IEnumWbemClassObject** ppEnum) override;
+    HRESULT STDMETHODCALLTYPE ExecNotificationQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery,
+                                                         long lFlags, IWbemContext* pCtx,
+                                                         IWbemObjectSink* pResponseHandler) override;
+    HRESULT STDMETHODCALLTYPE CancelAsyncCall(IWbemObjectSink* pSink) override;
 
     // IWbemServices: what is not, each with WBEM_E_NOT_SUPPORTED
-    HRESULT STDMETHODCALLTYPE CancelAsyncCall(IWbemObjectSink* pSink) override;
     HRESULT STDMETHODCALLTYPE QueryObjectSink(long lFlags, IWbemObjectSink** ppResponseHandler) override;
     HRESULT STDMETHODCALLTYPE GetObjectAsync(const BSTR strObjectPath, long lFlags, IWbemContext* pCtx,
                                              IWbemObjectSink* pResponseHandler) override;
@@ -74,9 +77,6 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
     HRESULT STDMETHODCALLTYPE ExecNotificationQuery(const BSTR strQueryLanguage, const BSTR strQuery,
                                                     long lFlags, IWbemContext* pCtx,
                                                     IEnumWbemClassObject** ppEnum) override;
-    HRESULT STDMETHODCALLTYPE ExecNotificationQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery,
-                                                         long lFlags, IWbemContext* pCtx,
-                                                         IWbemObjectSink* pResponseHandler) override;
     HRESULT STDMETHODCALLTYPE ExecMethod(const BSTR strObjectPath, const BSTR strMethodName, long lFlags,
                                          IWbemContext* pCtx, IWbemClassObject* pInParams,
                                          IWbemClassObject** ppOutParams,

@@ -205,6 +205,7 @@ Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string
     environments.reserve(environments.size() + 1);
     SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
     SERVICE_RETURN_IF_ERROR(environment->OpenTables());
+    environment->signal_.Open(directory + "/changes.signal");
     environments.push_back(environment);
     return environment;
 }

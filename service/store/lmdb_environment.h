@@ -32,6 +32,7 @@
 #include <lmdb.h>
 
 #include "service/model/status.h"
+#include "service/store/change_signal.h"
 #include "service/store/redo_slots.h"
 #include "service/store/store.h"
 
@@ -92,6 +93,8 @@ class LmdbEnvironment {
     // Whether the directory still has the data file that this environment uses.
     bool IsInPlace() const noexcept;
 
+    ChangeSignal& signal() noexcept { return signal_; }
+
     // Bytes of the map. Called within a transaction: another thread may be exchanging the map otherwise.
     size_t MapBytes() const noexcept;
 
@@ -136,6 +139,7 @@ class LmdbEnvironment {
     MDB_env* env_ = nullptr;
     LmdbTables tables_;
     RedoSlots redo_;
+    ChangeSignal signal_;
 
     std::mutex mutex_;
     std::condition_variable changed_;

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #define XXH_INLINE_ALL
@@ -139,6 +140,9 @@ class LmdbTransaction final : public StoreWriter {
     // `writer` is null for a transaction that only reads.
     LmdbTransaction(LmdbEnvironment& environment, MDB_txn* txn, WriteTransaction* writer) noexcept
         : environment_(environment), txn_(txn), writer_(writer) {}
+
+    // Whether the change log has new entries.
+    bool HasLogged() const noexcept { return has_logged_; }
 
     // Whether an operation met a full map: the transaction must be run again in a larger one.
     bool NeedsRoom() const noexcept { return needs_room_; }
@@ -410,6 +414,7 @@ class LmdbTransaction final : public StoreWriter {
         out.Text(after);
         MDB_val k{sizeof number, &number}, v = ValueOf(change);
         if (const int code = writer_->Put(tables().log, k, v, MDB_APPEND); code != 0) return Fault(code);
+        has_logged_ = true;
         return TrimLog();
     }
 
@@ -454,6 +459,7 @@ class LmdbTransaction final : public StoreWriter {
     MDB_txn* const txn_;
     WriteTransaction* const writer_;
     bool needs_room_ = false;
+    bool has_logged_ = false;
 };
 
 class LmdbStore final : public Store {
@@ -489,7 +495,10 @@ class LmdbStore final : public Store {
                 if (!writer.NeedsRoom()) {
                     if (!fault.ok()) return fault;
                     const int code = txn.Commit();
-                    if (code == 0) return {};
+                    if (code == 0) {
+                        if (writer.HasLogged()) environment->signal().Raise();
+                        return {};
+                    }
                     if (code != MDB_MAP_FULL) {
                         return environment->StatusOf(code,
                                                      "the store " + directory_ + " could not be written");
@@ -498,6 +507,25 @@ class LmdbStore final : public Store {
             }
             SERVICE_RETURN_IF_ERROR(environment->Grow(full_bytes));
         }
+    }
+
+    uint32_t ChangeSignal() override {
+        LmdbEnvironment* environment = nullptr;
+        return Environment(environment).ok() ? environment->signal().Read() : 0;
+    }
+
+    void WaitForChange(uint32_t seen, std::chrono::nanoseconds timeout) override {
+        LmdbEnvironment* environment = nullptr;
+        if (Environment(environment).ok()) {
+            environment->signal().Wait(seen, timeout);
+        } else {
+            std::this_thread::sleep_for(timeout);
+        }
+    }
+
+    void RaiseChangeSignal() override {
+        LmdbEnvironment* environment = nullptr;
+        if (Environment(environment).ok()) environment->signal().Raise();
     }
 
     const std::string& Location() const noexcept override { return directory_; }

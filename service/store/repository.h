@@ -62,6 +62,14 @@ class RepositoryReader {
     Status ScanInstances(const Namespace& space, const ClassPtr& definition,
                          FunctionRef<bool(Instance&&)> visit);
 
+    // See StoreReader.
+    Status LastChange(uint64_t& number) { return reader_.LastChange(number); }
+    Status ScanChanges(uint64_t number, bool& is_complete, FunctionRef<bool(const ChangeView&)> visit) {
+        return reader_.ScanChanges(number, is_complete, visit);
+    }
+    // Numbers the state of the schema that is read.
+    uint64_t SchemaGeneration() const noexcept { return cache_->generation(); }
+
     // What an InstanceCursor needs: see InstanceScan.
     Status BeginScan(InstanceScan& scan, std::vector<uint32_t> class_ids) {
         return scan.Begin(reader_, std::move(class_ids));
@@ -151,6 +159,7 @@ class Repository : public std::enable_shared_from_this<Repository> {
     Status DeleteInstance(const Namespace& space, const ObjectPath& path) const;
 
     const std::string& Location() const noexcept { return store_->Location(); }
+    const std::shared_ptr<Store>& store() const noexcept { return store_; }
 
     // Where the objects that instances of `definition` hold find their classes; null when it has none.
     std::shared_ptr<const ClassSource> ClassSourceFor(const Namespace& space,

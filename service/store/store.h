@@ -12,6 +12,7 @@
 // trips over; views they get are valid until they return, or until the next change in a Write.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -100,6 +101,13 @@ class Store {
 
     virtual Status Read(FunctionRef<Status(StoreReader&)> read) = 0;
     virtual Status Write(FunctionRef<Status(StoreWriter&)> write) = 0;
+
+    // A number that is another one once a change was committed, by whatever process. Read it before looking
+    // for changes, and wait then: the wait ends early when there was one since, or when somebody raised the
+    // signal. It may also last its whole time although there was one, when the process that made it died.
+    virtual uint32_t ChangeSignal() = 0;
+    virtual void WaitForChange(uint32_t seen, std::chrono::nanoseconds timeout) = 0;
+    virtual void RaiseChangeSignal() = 0;
 
     // The directory or address, for messages.
     virtual const std::string& Location() const noexcept = 0;

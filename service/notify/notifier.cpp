@@ -1,0 +1,194 @@
+#include "service/notify/notifier.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "service/model/no_destructor.h"
+#include "service/notify/event_classes.h"
+#include "service/notify/signals_blocked.h"
+#include "service/store/fork.h"
+
+namespace service {
+namespace {
+
+// A query without WITHIN, and the shortest time that one may name: what is seen at once is seen without
+// looking, so a look more often would find nothing but what a killed writer left.
+constexpr std::chrono::milliseconds kUsualWithin{1'000};
+constexpr std::chrono::milliseconds kShortestWithin{100};
+constexpr std::chrono::hours kLongestWithin{24};
+
+std::chrono::nanoseconds WithinOf(const WqlQuery& query) {
+    if (!query.within_seconds) return kUsualWithin;
+    const std::chrono::duration<double> asked(*query.within_seconds);
+    if (asked >= kLongestWithin) return kLongestWithin;
+    return std::max<std::chrono::nanoseconds>(std::chrono::duration_cast<std::chrono::nanoseconds>(asked),
+                                              kShortestWithin);
+}
+
+// The notifiers of the process, by the store. Those of the process that it was forked from are left alone.
+struct Registry {
+    explicit Registry(unsigned forks) noexcept : fork_count(forks) {}
+
+    const unsigned fork_count;
+    std::mutex mutex;
+    std::map<std::string, std::shared_ptr<Notifier>> notifiers;
+};
+
+Registry& TheRegistry() {
+    static std::atomic<Registry*> current{nullptr};
+    Registry* registry = current.load(std::memory_order_acquire);
+    while (!registry || registry->fork_count != ForkCount()) {
+        auto fresh = std::make_unique<Registry>(ForkCount());
+        // The one before is never freed: its threads, or memory that they held, may be in any state.
+        if (current.compare_exchange_strong(registry, fresh.get())) registry = fresh.release();
+    }
+    return *registry;
+}
+
+}  // namespace
+
+std::shared_ptr<Notifier> Notifier::Of(const std::shared_ptr<const Repository>& repository) {
+    Registry& registry = TheRegistry();
+    const std::lock_guard lock(registry.mutex);
+    std::shared_ptr<Notifier>& notifier = registry.notifiers[repository->Location()];
+    if (!notifier) notifier.reset(new Notifier(repository->store(), repository));
+    return notifier;
+}
+
+Status Notifier::Subscribe(const std::shared_ptr<const Repository>& repository, const Namespace& space,
+                           const WqlQuery& query, std::shared_ptr<EventReceiver> receiver) {
+    if (!FindEventClass(query.class_name)) {
+        return WqlFault(WBEM_E_INVALID_CLASS, query.class_position,
+                        "events of class " + query.class_name +
+                            " are not reported: __InstanceCreationEvent, __InstanceModificationEvent, "
+                            "__InstanceDeletionEvent or __InstanceOperationEvent was expected");
+    }
+    SERVICE_ASSIGN_OR_RETURN(WqlCondition condition,
+                             WqlCondition::Bind(query, [&](std::string_view name) -> Result<ClassPtr> {
+                                 if (ClassPtr event_class = FindEventClass(name)) return event_class;
+                                 return repository->FindClass(space, name);
+                             }));
+    WatchedClasses classes(repository, space, WqlEventFilter(query));
+    uint64_t last = 0;
+    SERVICE_RETURN_IF_ERROR(repository->Read([&](RepositoryReader& reader) {
+        Status fault = classes.Learn(reader);
+        return fault.ok() ? reader.LastChange(last) : std::move(fault);
+    }));
+    Subscription::Settings settings{repository, std::move(condition), classes, WithinOf(query),
+                                    std::move(receiver)};
+    auto subscription = std::make_shared<Subscription>(std::move(settings), last);
+    Add(std::make_shared<Entry>(std::move(subscription), std::move(classes), last));
+    return {};
+}
+
+// The looking thread is woken, or it would sleep as long as those before were content with.
+void Notifier::Add(std::shared_ptr<Entry> entry) {
+    {
+        const SignalsBlocked blocked;
+        const std::lock_guard lock(mutex_);
+        entries_.push_back(entry);
+        try {
+            entry->subscription->Start();
+            if (!watch_) {
+                auto watch = std::make_shared<Watch>();
+                watch->thread = std::thread([self = shared_from_this(), watch] { self->Run(*watch); });
+                watch_ = std::move(watch);
+            }
+        } catch (...) {
+            entries_.pop_back();
+            entry->subscription->Abandon();
+            throw;
+        }
+    }
+    store_->RaiseChangeSignal();
+}
+
+size_t Notifier::Cancel(FunctionRef<bool(const EventReceiver&)> is_meant) {
+    Entries meant;
+    std::shared_ptr<Watch> ended;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto rest = std::stable_partition(
+            entries_.begin(), entries_.end(),
+            [&](const std::shared_ptr<Entry>& entry) { return !is_meant(*entry->subscription->receiver()); });
+        meant.assign(rest, entries_.end());
+        entries_.erase(rest, entries_.end());
+        if (entries_.empty()) ended = std::exchange(watch_, nullptr);
+        if (ended) ended->is_ended = true;
+    }
+    for (const std::shared_ptr<Entry>& entry : meant)
+        entry->subscription->Cancel();
+    if (ended) {
+        store_->RaiseChangeSignal();
+        ended->thread.join();
+    }
+    return meant.size();
+}
+
+void Notifier::Run(const Watch& watch) {
+    while (true) {
+        // Before the look, or a change that comes right after it would not end the wait.
+        const uint32_t signal = store_->ChangeSignal();
+        Entries entries;
+        {
+            const std::lock_guard lock(mutex_);
+            // The entries that come later are another thread's.
+            if (watch.is_ended) return;
+            entries = entries_;
+        }
+        // What the look could not see the next one will; each subscription reports the faults it meets.
+        static_cast<void>(Look(entries));
+        store_->WaitForChange(signal, Patience(entries));
+    }
+}
+
+std::chrono::nanoseconds Notifier::Patience(const Entries& entries) const {
+    std::chrono::nanoseconds shortest = kLongestWithin;
+    for (const std::shared_ptr<Entry>& entry : entries)
+        shortest = std::min(shortest, entry->subscription->within());
+    return shortest;
+}
+
+Status Notifier::Look(const Entries& entries) {
+    if (entries.empty()) return {};
+    try {
+        return repository_->Read([&](RepositoryReader& reader) { return LookIn(reader, entries); });
+    } catch (const std::bad_alloc&) {
+        return {WBEM_E_OUT_OF_MEMORY, "there is no memory to look for changes"};
+    }
+}
+
+Status Notifier::LookIn(RepositoryReader& reader, const Entries& entries) {
+    uint64_t newest = 0;
+    SERVICE_RETURN_IF_ERROR(reader.LastChange(newest));
+    uint64_t seen = newest;
+    for (const std::shared_ptr<Entry>& entry : entries) {
+        entry->is_concerned = false;
+        seen = std::min(seen, entry->seen);
+    }
+    if (seen == newest) return {};
+    bool is_complete = true;
+    Status fault;
+    SERVICE_RETURN_IF_ERROR(reader.ScanChanges(seen, is_complete, [&](const ChangeView& change) {
+        for (const std::shared_ptr<Entry>& entry : entries) {
+            if (entry->is_concerned || change.number <= entry->seen) continue;
+            const WatchedClasses::Watched* watched = nullptr;
+            fault = entry->classes.Find(reader, change.class_id, watched);
+            if (!fault.ok()) return false;
+            entry->is_concerned = watched && watched->demand.MayMatch(change.key);
+        }
+        return is_complete;
+    }));
+    for (const std::shared_ptr<Entry>& entry : entries) {
+        if (entry->is_concerned || !is_complete || !fault.ok()) {
+            entry->subscription->LookUpTo(newest);
+        } else {
+            entry->subscription->Pass(entry->seen, newest);
+        }
+        entry->seen = newest;
+    }
+    return {};
+}
+
+}  // namespace service

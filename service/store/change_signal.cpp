@@ -1,0 +1,73 @@
+#include "service/store/change_signal.h"
+
+#include <fcntl.h>
+#include <linux/futex.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <climits>
+#include <ctime>
+#include <thread>
+
+namespace service {
+namespace {
+
+constexpr size_t kFileBytes = 4096;
+constexpr uint32_t kWaiting = 1;
+constexpr uint32_t kOneMore = 2;
+
+static_assert(std::atomic<uint32_t>::is_always_lock_free &&
+              sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+
+long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value, const timespec* timeout) noexcept {
+    return syscall(SYS_futex, word, operation, value, timeout, nullptr, 0);
+}
+
+}  // namespace
+
+ChangeSignal::~ChangeSignal() {
+    if (word_) munmap(static_cast<void*>(word_), kFileBytes);
+}
+
+// The file is allocated in full: a page that finds no room on the disk would kill the process.
+void ChangeSignal::Open(const std::string& path) noexcept {
+    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0) return;
+    if (posix_fallocate(fd, 0, kFileBytes) == 0) {
+        void* const bytes = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (bytes != MAP_FAILED) word_ = static_cast<std::atomic<uint32_t>*>(bytes);
+    }
+    close(fd);
+}
+
+uint32_t ChangeSignal::Read() const noexcept {
+    return word_ ? word_->load(std::memory_order_acquire) & ~kWaiting : 0;
+}
+
+void ChangeSignal::Raise() noexcept {
+    if (!word_) return;
+    uint32_t before = word_->load(std::memory_order_relaxed);
+    while (
+        !word_->compare_exchange_weak(before, (before + kOneMore) & ~kWaiting, std::memory_order_acq_rel)) {
+    }
+    if (before & kWaiting) Futex(word_, FUTEX_WAKE, INT_MAX, nullptr);
+}
+
+void ChangeSignal::Wait(uint32_t seen, std::chrono::nanoseconds timeout) noexcept {
+    if (!word_) {
+        std::this_thread::sleep_for(timeout);
+        return;
+    }
+    uint32_t now = word_->load(std::memory_order_acquire);
+    while ((now & ~kWaiting) == seen && !(now & kWaiting)) {
+        if (word_->compare_exchange_weak(now, now | kWaiting, std::memory_order_acq_rel)) now |= kWaiting;
+    }
+    if ((now & ~kWaiting) != seen) return;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    const timespec limit{static_cast<time_t>(seconds.count()),
+                         static_cast<long>((timeout - seconds).count())};
+    Futex(word_, FUTEX_WAIT, seen | kWaiting, &limit);
+}
+
+}  // namespace service
