@@ -16,12 +16,14 @@ set(rules
     "service/model:platform/system/winerror.h,platform/wbem/wbemstatus.h"
     "service/language:service/model,platform/system/winerror.h,platform/wbem/wbemstatus.h"
     "service/store:service/model,platform/system/winerror.h,platform/wbem/wbemstatus.h"
-    "service/com:service/model,service/language,service/store,platform"
+    "service/notify:service/model,service/language,service/store,platform/system/winerror.h,platform/wbem/wbemstatus.h"
+    "service/com:service/model,service/language,service/store,service/notify,platform"
     "tools/mgmtctl:utility,platform"
     "examples:utility,platform")
 
 set(library_owners
     "lmdb\\.h:service/store"
+    "libxml/.*:service/language"
     "spdlog/.*:utility/common"
     "utf8proc\\.h:service/model"
     "CLI/.*:tools/mgmtctl"

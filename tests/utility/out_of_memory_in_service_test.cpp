@@ -131,4 +131,44 @@ TEST_F(OutOfMemoryInService, Put) {
     EXPECT_EQ(stored, number);
 }
 
+// An object whose properties the service could not list to their end is there with those before.
+TEST_F(OutOfMemoryInService, GetInstances) {
+    CMgmtClass(L"None", true).GetInstances();  // what the first log line makes is kept, too
+    for (const bool useInstanceId : {true, false}) {
+        const auto list = [&] {
+            CMgmtClass instances(L"Cls", useInstanceId);
+            CMgmtObjectCollection* const listed = instances.GetInstances();
+            return listed->GetTotalItemCount() == 1 &&
+                   listed->GetItem(0)->GetProperties()->GetTotalItemCount() == 6;
+        };
+        FailAtEachAllocation(list, [] {});
+    }
+}
+
+TEST_F(OutOfMemoryInService, CreateInstance) {
+    int number = 0;
+    CMgmtClass instances(L"Cls", true);
+    const auto create = [&] {
+        CMgmtObject source(L"Cls", std::to_wstring(++number).c_str(), nullptr);
+        source.SetPropertyValue(L"DisplayName", L"a text of some length, for the third time");
+        return instances.CreateInstance(source);
+    };
+    FailAtEachAllocation(create, [&] {
+        CMgmtObject created(L"Cls", std::to_wstring(number).c_str(), nullptr);
+        if (created.Get()) {
+            EXPECT_EQ(std::wstring(created.GetPropertyValue(L"DisplayName")->bstrVal),
+                      L"a text of some length, for the third time");
+        }
+    });
+}
+
+TEST_F(OutOfMemoryInService, GetXML) {
+    CMgmtObject object(L"Cls", kId, nullptr);
+    ASSERT_TRUE(object.Get());
+    const std::wstring whole(object.GetXML());
+    // An option that found no memory is left at the service's default, and the text is another one.
+    const auto render = [&] { return object.GetXML() == _bstr_t(whole.c_str()); };
+    FailAtEachAllocation(render, [&] { EXPECT_EQ(std::wstring(object.GetXML()), whole); });
+}
+
 }  // namespace
