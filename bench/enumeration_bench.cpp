@@ -2,6 +2,7 @@
 // GetInstances, or the same by hand over LMDB, or over SQLite. run_enumeration.py runs it and compares.
 //
 //   enumeration_bench prepare DIRECTORY INSTANCES
+//   enumeration_bench texts DIRECTORY INSTANCES      (policies.mof, policies.csv)
 //   enumeration_bench library|lmdb|sqlite DIRECTORY INSTANCES REPETITIONS
 //
 // Prints one line a repetition: nanoseconds an instance to read, nanoseconds an instance to free, bytes an
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -85,6 +87,11 @@ int main(int argc, char** argv) {
         bench::PrepareStore(directory + "/store", instances);
         const bench::LmdbByHand lmdb(directory + "/lmdb", instances);
         const bench::SqlitePeer sqlite(directory + "/sqlite", instances);
+    } else if (what == "texts") {
+        std::ofstream(directory + "/policies.mof") << bench::MofClass() << bench::MofInstances(0, instances);
+        std::ofstream csv(directory + "/policies.csv");
+        for (int i = 0; i < instances; ++i)
+            csv << bench::CsvRow(bench::MakePolicy(i));
     } else if (what == "library") {
         MeasureLibrary(directory + "/store", instances, repetitions);
     } else if (what == "lmdb") {

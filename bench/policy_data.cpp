@@ -54,6 +54,13 @@ std::string MofInstances(int first, int end) {
     return text;
 }
 
+std::string CsvRow(const Policy& policy) {
+    return policy.id + "," + policy.display_name + "," + policy.owner + "," + policy.target_path + "," +
+           std::to_string(policy.keep_days) + "," + std::to_string(policy.priority) + "," +
+           (policy.enabled ? "1," : "0,") + std::to_string(policy.fraction) + "," +
+           std::to_string(policy.max_bytes) + "," + policy.modified + "\n";
+}
+
 TemporaryDirectory::TemporaryDirectory() {
     const char* parent = std::getenv("TMPDIR");
     path_ = std::string(parent && *parent ? parent : "/tmp") + "/mgmt-bench-XXXXXX";

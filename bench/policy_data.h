@@ -35,6 +35,9 @@ std::wstring IdOf(int number);
 std::string MofClass();
 std::string MofInstances(int first, int end);
 
+// One as a row of values separated by commas.
+std::string CsvRow(const Policy& policy);
+
 // A directory of its own below TMPDIR, removed with everything in it at the end.
 class TemporaryDirectory {
  public:

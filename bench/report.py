@@ -12,6 +12,9 @@ RATIOS = [
     ("Get / SQLite", "Read_Get", "Read_Sqlite", 1.0),
     ("Put / SQLite upsert", "Write_Put/real_time", "Write_SqliteUpsert/real_time", 1.3),
     ("Put / bare LMDB commit", "Write_Put/real_time", "Write_LmdbCommit/real_time", None),
+    ("10,000 strings read / copy loop", "Array_Read", "Array_ReadByHand", None),
+    ("10,000 strings written / copy loop", "Array_Write", "Array_WriteByHand", None),
+    ("GetXML / libxml2 by hand", "Xml_GetXML", "Xml_ByHand", None),
 ]
 
 

@@ -16,7 +16,14 @@ options=(--benchmark_enable_random_interleaving=true --benchmark_repetitions=9 -
     --benchmark_report_aggregates_only=false --benchmark_out_format=json)
 "$bin/bag_bench" "${options[@]}" --benchmark_out="$results/bag.json" >/dev/null 2>&1
 "$bin/instance_bench" "${options[@]}" --benchmark_out="$results/instance.json" >/dev/null 2>&1
-python3 bench/report.py "$results/bag.json" "$results/instance.json"
+"$bin/value_bench" "${options[@]}" --benchmark_out="$results/value.json" >/dev/null 2>&1
+python3 bench/report.py "$results/bag.json" "$results/instance.json" "$results/value.json"
+echo
+echo "whole classes:"
+python3 bench/enumeration.py "$bin" docs/enumeration.svg
+echo
+echo "the tool:"
+python3 bench/tool.py "$bin"
 
 # System calls of one operation: the difference between many and few, divided.
 count_calls() {

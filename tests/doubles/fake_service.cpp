@@ -6,8 +6,6 @@
 #include <thread>
 #include <utility>
 
-#include <atlbase.h>
-
 #include "tests/doubles/com_object.h"
 #include "tests/doubles/refusing_interfaces.h"
 
@@ -225,6 +223,20 @@ class FakeServices final : public RefusingServices<IClientSecurity> {
         return failure != S_OK ? failure : m_Service.DeleteInstance(Text(strObjectPath));
     }
 
+    HRESULT ExecNotificationQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
+                                       IWbemContext* pCtx, IWbemObjectSink* pResponseHandler) override {
+        const SparedAllocations spared;
+        const HRESULT failure = m_Service.Enter(L"ExecNotificationQueryAsync " + Text(strQueryLanguage) +
+                                                L" " + Text(strQuery) + Flags(lFlags, pCtx == nullptr));
+        return failure != S_OK ? failure : m_Service.Subscribe(pResponseHandler);
+    }
+
+    HRESULT CancelAsyncCall(IWbemObjectSink* pSink) override {
+        const SparedAllocations spared;
+        const HRESULT failure = m_Service.Enter(L"CancelAsyncCall");
+        return failure != S_OK ? failure : m_Service.Cancel(pSink);
+    }
+
     HRESULT QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*) override {
         return E_NOTIMPL;
     }
@@ -345,6 +357,11 @@ void FakeService::ScriptEnumeration(std::vector<EnumerationStep> steps) {
     m_HasScript = true;
 }
 
+std::vector<CComPtr<IWbemObjectSink>> FakeService::Sinks() {
+    const std::lock_guard lock(m_Mutex);
+    return m_Sinks;
+}
+
 void FakeService::FailAt(int number, HRESULT result) {
     m_UntilFailure = number;
     m_Failure = result;
@@ -418,6 +435,24 @@ HRESULT FakeService::DeleteInstance(const std::wstring& path) {
     if (found->second.isClass) return WBEM_E_INVALID_PARAMETER;
     m_Contents.erase(found);
     return WBEM_S_NO_ERROR;
+}
+
+HRESULT FakeService::Subscribe(IWbemObjectSink* sink) {
+    const std::lock_guard lock(m_Mutex);
+    m_Sinks.emplace_back(sink);
+    return WBEM_S_NO_ERROR;
+}
+
+HRESULT FakeService::Cancel(IWbemObjectSink* sink) {
+    CComPtr<IWbemObjectSink> cancelled;
+    {
+        const std::lock_guard lock(m_Mutex);
+        const auto found = std::find(m_Sinks.begin(), m_Sinks.end(), sink);
+        if (found == m_Sinks.end()) return WBEM_E_NOT_FOUND;
+        cancelled = *found;
+        m_Sinks.erase(found);
+    }
+    return cancelled->SetStatus(WBEM_STATUS_COMPLETE, WBEM_E_CALL_CANCELLED, nullptr, nullptr);
 }
 
 void FakeService::AddBlanket(const Blanket& blanket) {

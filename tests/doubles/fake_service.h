@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include <atlbase.h>
 #include <comutil.h>
 #include <objbase.h>
 #include <wbemidl.h>
@@ -84,6 +85,10 @@ class FakeService {
     // WBEM_S_FALSE.
     void ScriptEnumeration(std::vector<EnumerationStep> steps);
 
+    // Who receives the events of the subscriptions that are running, in the order in which these began. Tests
+    // call them as the service would.
+    std::vector<CComPtr<IWbemObjectSink>> Sinks();
+
     // Request number `number` from now on (1 is the next) gives `result` and has no other effect.
     void FailAt(int number, HRESULT result);
     bool HasFailed() const { return m_HasFailed; }
@@ -116,12 +121,16 @@ class FakeService {
     HRESULT CreateInstanceEnum(const std::wstring& className, IEnumWbemClassObject** enumerator);
     HRESULT PutInstance(const Content& content, long flags);
     HRESULT DeleteInstance(const std::wstring& path);
+    HRESULT Subscribe(IWbemObjectSink* sink);
+    // Tells the sink before it returns.
+    HRESULT Cancel(IWbemObjectSink* sink);
     void AddBlanket(const Blanket& blanket);
 
     std::mutex m_Mutex;
     std::map<std::wstring, Content> m_Contents;  // by relative path
     std::vector<EnumerationStep> m_Script;
     bool m_HasScript = false;
+    std::vector<CComPtr<IWbemObjectSink>> m_Sinks;
     std::vector<std::wstring> m_Requests;
     std::vector<Blanket> m_Blankets;
     int m_UntilFailure = 0;

@@ -1,5 +1,6 @@
 // Every allocation of an operation fails in turn. The exception must be one of those that the library names,
 // nothing may leak, and the object must work as if the attempt had not been made.
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <new>
@@ -15,6 +16,7 @@ namespace {
 class OutOfMemoryTest : public ServiceTest {
  protected:
     void SetUp() override {
+        setenv("MGMT_LOG", "off", 1);
         ServiceTest::SetUp();
         service.AddInstance(L"Cls", L"42", {{L"DisplayName", _variant_t(L"answer")}});
     }
@@ -221,6 +223,133 @@ TEST_F(OutOfMemoryTest, ReadingAPropertyOnDemand) {
         [&] {
             const CMgmtObjectBase bag(&object, false);
             ASSERT_NE(bag.GetPropertyValue(L"Name of the object"), nullptr);
+        },
+        [] {});
+}
+
+class EventCounter final : public CMgmtEventArrivedHandler {
+ public:
+    int OnEventArrived(CMgmtEventArrivedArgs& args) override {
+        ++begun;
+        if (args.GetNewEvent()->GetProperties()->GetTotalItemCount() == 1) ++whole;
+        return 0;
+    }
+    void Release() override {}
+
+    int begun = 0;
+    int whole = 0;
+};
+
+TEST_F(OutOfMemoryTest, MakingAndStartingWatchers) {
+    CMgmtScope::GetDefaultMgmtScope().Connect();
+    EventCounter handler;
+    FailAtEachAllocation(
+        [&] {
+            CMgmtEventWatcher made(0, L"a class's name of some length", L"an id of some length", 5);
+            made.AddEventArrivedEventHandler(&handler);
+            const CMgmtEventWatcher copy(made);
+        },
+        [] {});
+
+    std::optional<CMgmtEventWatcher> watcher(std::in_place, L"SELECT * FROM the first one");
+    ASSERT_TRUE(watcher->Start() && watcher->Stop()) << "the double's list has its room before leaks count";
+    watcher.emplace(L"SELECT * FROM the first one");
+    FailAtEachAllocation(
+        [&] {
+            ASSERT_TRUE(watcher->Start());
+            ASSERT_TRUE(watcher->Stop());
+            // The sink goes with the watcher; here its place must be empty again.
+            const doubles::SparedAllocations spared;
+            watcher.emplace(L"SELECT * FROM the first one");
+        },
+        [&] {
+            watcher.emplace(L"SELECT * FROM the first one");
+            EXPECT_TRUE(service.Sinks().empty());
+        });
+
+    CMgmtEventWatcher other(2, L"a class's name of some length", L"an id of some length", 5);
+    other.AddEventArrivedEventHandler(&handler);
+    FailAtEachAllocation(
+        [&] {
+            CMgmtEventWatcher assigned(L"SELECT * FROM the first one");
+            try {
+                assigned = other;
+            } catch (...) {
+                const doubles::SparedAllocations spared;
+                EXPECT_TRUE(assigned.Start());
+                EXPECT_EQ(service.TakeRequests().back(),
+                          L"ExecNotificationQueryAsync WQL SELECT * FROM the first one flags=128");
+                EXPECT_TRUE(assigned.Stop());
+                throw;
+            }
+        },
+        [] {});
+}
+
+TEST_F(OutOfMemoryTest, AnEventThatCannotBeDispatchedIsLostAloneAndSilently) {
+    const doubles::Content target{L"Cls", false, {{L"DisplayName", CIM_STRING, _variant_t(L"n")}}};
+    const doubles::Content event{
+        L"__InstanceCreationEvent",
+        false,
+        {{L"TargetInstance", CIM_OBJECT, _variant_t(service.MakeObject(target), false)}}};
+    const CComPtr<IWbemClassObject> object = [&] {
+        CComPtr<IWbemClassObject> made;
+        made.Attach(service.MakeObject(event));
+        return made;
+    }();
+    EventCounter handler;
+    CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
+    watcher.AddEventArrivedEventHandler(&handler);
+    ASSERT_TRUE(watcher.Start());
+    const CComPtr<IWbemObjectSink> sink = service.Sinks().back();
+    IWbemClassObject* events[] = {object, object};
+    for (long n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        ASSERT_LT(n, 100);
+        service.Forget();
+        handler.whole = 0;
+        const long before = doubles::LiveAllocations();
+        bool failed = false;
+        {
+            const doubles::FailingAllocation failing(n);
+            EXPECT_EQ(sink->Indicate(2, events), WBEM_S_NO_ERROR);
+            failed = failing.HasFailed();
+        }
+        service.Forget();
+        EXPECT_EQ(doubles::LiveAllocations(), before) << "leaked";
+        EXPECT_EQ(handler.whole, failed ? 1 : 2);
+        if (!failed) break;
+    }
+    EXPECT_TRUE(watcher.Stop());
+}
+
+TEST_F(OutOfMemoryTest, TheEventObjectIsBuiltByALaterCall) {
+    const doubles::Content content{L"Cls", false, {{L"DisplayName", CIM_STRING, _variant_t(L"n")}}};
+    const _variant_t instance(service.MakeObject(content), false);
+    const _variant_t text(L"a target that is text");
+    FailAtEachAllocation(
+        [&] {
+            CMgmtEventArrivedArgs args(instance);
+            try {
+                args.GetNewEvent();
+            } catch (...) {
+                const doubles::SparedAllocations spared;
+                EXPECT_EQ(args.GetNewEvent()->GetProperties()->GetTotalItemCount(), 1U);
+                throw;
+            }
+        },
+        [] {});
+    FailAtEachAllocation(
+        [&] {
+            CMgmtEventArrivedArgs args(instance);
+            CMgmtObjectBase* const built = args.GetNewEvent();
+            const CMgmtEventArrivedArgs other(text);
+            try {
+                args = other;
+            } catch (...) {
+                EXPECT_EQ(args.GetNewEvent(), built) << "nothing has changed";
+                throw;
+            }
         },
         [] {});
 }

@@ -1,0 +1,6 @@
+#include "utility/management/util_MgmtObjectSearcher.h"
+
+CMgmtObjectSearcher::CMgmtObjectSearcher() = default;
+CMgmtObjectSearcher::CMgmtObjectSearcher(const CMgmtObjectSearcher& other) = default;
+CMgmtObjectSearcher& CMgmtObjectSearcher::operator=(const CMgmtObjectSearcher& other) = default;
+CMgmtObjectSearcher::~CMgmtObjectSearcher() = default;
