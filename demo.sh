@@ -80,6 +80,21 @@ run mgmtctl describe RetentionPolicy
 
 say 'Instances hold the data; each is known by its class and its INSTANCE_ID'
 run mgmtctl get RetentionPolicy mail
+run mgmtctl xml StorageVolume vol-04
+
+say 'Whole classes are counted, listed and searched; rows come as they are read'
+note 'A class stands for those derived from it, too.'
+run mgmtctl count Policy
+run mgmtctl list Mailbox --where 'ItemCount > 20000' --sort ItemCount:desc \
+    --properties INSTANCE_ID,ItemCount,LastArchived,Aliases
+run mgmtctl query 'SELECT INSTANCE_ID, KeepDays, Owner FROM RetentionPolicy WHERE KeepDays >= 4000'
+note "\$ mgmtctl list StorageVolume --json | wc -l"
+mgmtctl list StorageVolume --json | wc -l | indent
+
+say 'A new instance is created once'
+run mgmtctl create QuotaPolicy demo 'DisplayName=For the demonstration' LimitBytes=1073741824 'ReportSteps=[80,95]'
+run_refused 1 mgmtctl create QuotaPolicy demo
+run mgmtctl list QuotaPolicy --where 'LimitBytes < 10000000000' --properties INSTANCE_ID,LimitBytes,WarnAt,ReportSteps
 
 say 'What one process changes another one sees, at once'
 note 'The values take the types of their properties: a number, an array, a date, null.'

@@ -1,5 +1,6 @@
-// The parts of mgmtctl that need no service: text, dates, paths and the command line.
+// The parts of mgmtctl that need no service: text, dates, order, paths and the command line.
 #include <clocale>
+#include <cmath>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +8,10 @@
 #include "tools/mgmtctl/arguments.h"
 #include "tools/mgmtctl/datetime.h"
 #include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/import_progress.h"
 #include "tools/mgmtctl/instance_path.h"
+#include "tools/mgmtctl/query_text.h"
+#include "tools/mgmtctl/sort_key.h"
 #include "tools/mgmtctl/text.h"
 
 namespace mgmtctl {
@@ -87,6 +91,63 @@ TEST(Datetime, HasAReadableForm) {
     EXPECT_EQ(ReadableDatetime("soon"), "");
 }
 
+TEST(Datetime, IsOrderedByTheMomentItNames) {
+    // Each before the next one.
+    const char* const dates[] = {"19991231235959.999999+000", "20260101000000.000000+060",
+                                 "20260101000000.000000+000", "20251231233000.000000-060",
+                                 "20260101003000.000001+000", "20261224******.******+060"};
+    const char* const intervals[] = {"00000000000000.000001:000", "00000000235959.000000:000",
+                                     "00000001000000.000000:000", "99999999235959.999999:000"};
+    for (std::size_t i = 1; i < std::size(dates); ++i)
+        EXPECT_LT(OrderOfDatetime(dates[i - 1]), OrderOfDatetime(dates[i])) << dates[i];
+    for (std::size_t i = 1; i < std::size(intervals); ++i)
+        EXPECT_LT(OrderOfDatetime(intervals[i - 1]), OrderOfDatetime(intervals[i])) << intervals[i];
+}
+
+SortKey Key(CIMTYPE type, const _variant_t& value) {
+    return {type, value};
+}
+
+TEST(SortKeys, AreOrderedByWhatTheValuesMean) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    const SortKey null = Key(CIM_SINT64, _variant_t());
+    EXPECT_LT(null, Key(CIM_SINT32, -5L));
+    EXPECT_FALSE(null < SortKey());
+    EXPECT_LT(Key(CIM_SINT32, -5L), Key(CIM_SINT32, 3L));
+    EXPECT_LT(Key(CIM_UINT64, L"9"), Key(CIM_UINT64, L"10"));
+    EXPECT_LT(Key(CIM_UINT64, L"18446744073709551614"), Key(CIM_UINT64, L"18446744073709551615"));
+    EXPECT_LT(Key(CIM_SINT64, L"-9223372036854775808"), Key(CIM_SINT64, L"-9223372036854775807"));
+    EXPECT_LT(Key(CIM_UINT32, 1L), Key(CIM_UINT32, -1L)) << "4294967295 comes as a VT_I4 of -1";
+    EXPECT_LT(Key(CIM_REAL64, std::nan("")), Key(CIM_REAL64, -HUGE_VAL));
+    EXPECT_FALSE(Key(CIM_REAL64, std::nan("")) < Key(CIM_REAL64, std::nan("")));
+    EXPECT_LT(Key(CIM_BOOLEAN, false), Key(CIM_BOOLEAN, true));
+    EXPECT_LT(Key(CIM_STRING, L"anna"), Key(CIM_STRING, L"Berta"));
+    EXPECT_LT(Key(CIM_STRING, L"ärger"), Key(CIM_STRING, L"Ästhet"));
+    EXPECT_FALSE(Key(CIM_STRING, L"A") < Key(CIM_STRING, L"a"));
+    EXPECT_LT(Key(CIM_DATETIME, L"20260101000000.000000+060"),
+              Key(CIM_DATETIME, L"20260101000000.000000+000"));
+    EXPECT_FALSE(CanSortBy(CIM_SINT32 | CIM_FLAG_ARRAY));
+    EXPECT_FALSE(CanSortBy(CIM_OBJECT));
+}
+
+TEST(QueryText, TellsWhatIsSelected) {
+    const auto names = [](const char* query) { return ReadSelect(query).properties; };
+    EXPECT_EQ(ReadSelect("select\t*from\nPolicy").class_name, "Policy");
+    EXPECT_EQ(names("SELECT * FROM Policy"), std::vector<std::string>());
+    EXPECT_EQ(names("SELECT A ,B,C FROM P WHERE D = 'FROM'"), (std::vector<std::string>{"A", "B", "C"}));
+    EXPECT_EQ(ReadSelect("SELECT From,A FROM P").class_name, "P");
+    EXPECT_EQ(names("SELECT A, from FROM P"), (std::vector<std::string>{"A", "from"}));
+    for (const char* query : {"", "SELECT", "SELECT A", "SELECT A FROM"})
+        EXPECT_EQ(ReadSelect(query).class_name, "") << query;
+}
+
+TEST(ImportProgress, SaysWhatIsDone) {
+    EXPECT_EQ(ProgressText(false, 0, 0), "reading the files ...");
+    EXPECT_EQ(ProgressText(false, 12'000, 1'000'001), "imported 12,000 of 1,000,001 declarations");
+    EXPECT_EQ(ProgressText(true, 5, 5), "checked 5 of 5 declarations");
+    EXPECT_EQ(ProgressText(false, 999, 999), "storing 999 declarations ...");
+}
+
 TEST(InstancePath, EscapesWhatWouldEndTheId) {
     EXPECT_EQ(InstancePath(L"C", L"42"), L"C.INSTANCE_ID=\"42\"");
     EXPECT_EQ(InstancePath(L"C", L"a\"b\\"), L"C.INSTANCE_ID=\"a\\\"b\\\\\"");
@@ -131,6 +192,27 @@ TEST(CommandLine, SplitsAssignmentsAtTheFirstEqualsSign) {
     EXPECT_TRUE(set.is_create);
 }
 
+TEST(CommandLine, ReadsHowToList) {
+    const Arguments list = Read({"list", "C", "--where", "A > 1", "--properties", "A,B", "--sort=A:desc",
+                                 "--limit", "10", "--shallow", "--full"});
+    EXPECT_EQ(list.class_name, "C");
+    EXPECT_EQ(list.where, "A > 1");
+    EXPECT_EQ(list.listing.properties, (std::vector<std::string>{"A", "B"}));
+    EXPECT_EQ(list.listing.sort, "A");
+    EXPECT_TRUE(list.listing.is_descending);
+    EXPECT_EQ(list.listing.limit, 10u);
+    EXPECT_TRUE(list.is_shallow);
+    EXPECT_TRUE(list.listing.is_full);
+    const Arguments plain = Read({"list", "C", "--deep"});
+    EXPECT_FALSE(plain.is_shallow);
+    EXPECT_FALSE(plain.listing.limit);
+    EXPECT_FALSE(Read({"list", "C", "--sort", "A:asc"}).listing.is_descending);
+    EXPECT_EQ(Read({"query", "SELECT * FROM C"}).query, "SELECT * FROM C");
+    EXPECT_EQ(Read({"xml", "C"}).path, "C");
+    EXPECT_EQ(Read({"xml", "C", "i"}).id, "i");
+    EXPECT_EQ(Read({"create", "C", "i", "A=1"}).assignments.size(), 1u);
+}
+
 TEST(CommandLine, RefusesNonsense) {
     const std::vector<std::vector<const char*>> cases = {{},
                                                          {"bogus"},
@@ -149,6 +231,22 @@ TEST(CommandLine, RefusesNonsense) {
                                                          {"import"},
                                                          {"get", "--bogus", "C", "i"},
                                                          {"namespaces", "x"},
+                                                         {"list"},
+                                                         {"list", ""},
+                                                         {"list", "C", "--limit", "-1"},
+                                                         {"list", "C", "--limit", "ten"},
+                                                         {"list", "C", "--sort", "A:up"},
+                                                         {"list", "C", "--sort", ":desc"},
+                                                         {"list", "C", "--properties", "A,,B"},
+                                                         {"list", "C", "--properties", "A,"},
+                                                         {"list", "C", "--deep", "--shallow"},
+                                                         {"query"},
+                                                         {"query", ""},
+                                                         {"query", "SELECT * FROM C", "--where", "A = 1"},
+                                                         {"count", "C", "--sort", "A"},
+                                                         {"create", "C"},
+                                                         {"create", "C", "i", "A"},
+                                                         {"xml", "C", ""},
                                                          {"get", "C", "\xff"},
                                                          {"-n", "\xc0\x80", "classes"}};
     for (const auto& words : cases)

@@ -1,11 +1,15 @@
 #include "tests/tools/tool_runner.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include <fcntl.h>
+#include <pty.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,7 +27,81 @@ std::filesystem::path MakeFolder() {
     return name;
 }
 
+// The words of the tool's command line as exec takes them.
+class CommandLine {
+ public:
+    explicit CommandLine(const std::vector<std::string>& arguments) : words_{MGMTCTL} {
+        words_.insert(words_.end(), arguments.begin(), arguments.end());
+        for (std::string& word : words_)
+            argv_.push_back(word.data());
+        argv_.push_back(nullptr);
+    }
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    char* const* argv() const { return argv_.data(); }
+
+ private:
+    std::vector<std::string> words_;
+    std::vector<char*> argv_;
+};
+
+int ExitCode(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 }  // namespace
+
+RunningTool::RunningTool(const std::vector<std::string>& arguments, const std::filesystem::path& errors) {
+    const CommandLine command(arguments);
+    int ends[2] = {};
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe for the test");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_CREAT, 0600);
+    const int fault = posix_spawn(&process_, MGMTCTL, &actions, nullptr, command.argv(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    output_ = fdopen(ends[0], "r");
+    if (fault != 0 || output_ == nullptr) throw std::runtime_error("the tool cannot be started");
+}
+
+RunningTool::~RunningTool() {
+    std::fclose(output_);
+    if (!IsRunning()) return;
+    kill(process_, SIGKILL);
+    Finish();
+}
+
+std::string RunningTool::ReadLine() {
+    std::string line;
+    for (int unit = std::fgetc(output_); unit != EOF && unit != '\n'; unit = std::fgetc(output_))
+        line += static_cast<char>(unit);
+    return line;
+}
+
+bool RunningTool::IsRunning() {
+    rusage usage{};
+    if (!has_ended_ && wait4(process_, &status_, WNOHANG, &usage) == process_) {
+        has_ended_ = true;
+        peak_kib_ = usage.ru_maxrss;
+    }
+    return !has_ended_;
+}
+
+void RunningTool::Interrupt() const {
+    kill(process_, SIGINT);
+}
+
+int RunningTool::Finish() {
+    rusage usage{};
+    if (!has_ended_ && wait4(process_, &status_, 0, &usage) == process_) {
+        has_ended_ = true;
+        peak_kib_ = usage.ru_maxrss;
+    }
+    return ExitCode(status_);
+}
 
 ToolTest::ToolTest() : folder_(MakeFolder()) {
     setenv("MGMT_STORE", (folder_ / "store").c_str(), 1);
@@ -35,13 +113,7 @@ ToolTest::~ToolTest() {
 }
 
 Outcome ToolTest::Run(const std::vector<std::string>& arguments) const {
-    std::vector<std::string> words{MGMTCTL};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-
+    const CommandLine command(arguments);
     const std::filesystem::path out = folder_ / "out";
     const std::filesystem::path err = folder_ / "err";
     posix_spawn_file_actions_t actions;
@@ -51,13 +123,37 @@ Outcome ToolTest::Run(const std::vector<std::string>& arguments) const {
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0600);
     pid_t process = 0;
-    const int fault = posix_spawn(&process, argv[0], &actions, nullptr, argv.data(), environ);
+    const int fault = posix_spawn(&process, MGMTCTL, &actions, nullptr, command.argv(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (fault != 0) return {-1, "", "the tool cannot be started"};
 
     int status = 0;
     waitpid(process, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+    return {ExitCode(status), ReadFile(out), ReadFile(err)};
+}
+
+Outcome ToolTest::RunOnTerminal(const std::vector<std::string>& arguments, unsigned short columns) const {
+    const CommandLine command(arguments);
+    winsize size{};
+    size.ws_row = 25;
+    size.ws_col = columns;
+    int terminal = -1;
+    const pid_t process = forkpty(&terminal, nullptr, nullptr, &size);
+    if (process == 0) {
+        execv(MGMTCTL, command.argv());
+        _exit(127);
+    }
+    Outcome outcome;
+    char bytes[4096];
+    // Reading fails once the other side is closed.
+    for (ssize_t count = 0; (count = read(terminal, bytes, sizeof bytes)) > 0;)
+        outcome.out.append(bytes, static_cast<std::size_t>(count));
+    close(terminal);
+    int status = 0;
+    waitpid(process, &status, 0);
+    outcome.code = ExitCode(status);
+    std::erase(outcome.out, '\r');
+    return outcome;
 }
 
 nlohmann::json ToolTest::RunJson(std::vector<std::string> arguments) const {

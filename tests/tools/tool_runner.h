@@ -6,17 +6,48 @@
 // One test, one thread.
 #pragma once
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 #include <nlohmann/json.hpp>
 
 struct Outcome {
     int code = -1;  // the exit code; -1 for a process that a signal ended
     std::string out;
     std::string err;
+};
+
+// The tool while it runs, with its standard output in a pipe that nobody reads but the test. Killed, if
+// it still runs, when this ends.
+class RunningTool {
+ public:
+    // Its errors go into the file `errors`.
+    explicit RunningTool(const std::vector<std::string>& arguments,
+                         const std::filesystem::path& errors = "/dev/null");
+    ~RunningTool();
+    RunningTool(const RunningTool&) = delete;
+    RunningTool& operator=(const RunningTool&) = delete;
+
+    // One line without its end; empty at the end of the output.
+    std::string ReadLine();
+    bool IsRunning();
+    void Interrupt() const;
+
+    // Waits for the end: the exit code, -1 where a signal ended it.
+    int Finish();
+    // The most memory that it had, in KiB; once it has ended.
+    long PeakKib() const { return peak_kib_; }
+
+ private:
+    pid_t process_ = 0;
+    std::FILE* output_ = nullptr;
+    int status_ = 0;
+    bool has_ended_ = false;
+    long peak_kib_ = 0;
 };
 
 // Gives each test a folder and, in it, a store that MGMT_STORE names.
@@ -28,6 +59,9 @@ class ToolTest : public testing::Test {
     Outcome Run(const std::vector<std::string>& arguments) const;
     // The same with --json; the output is empty JSON, and the test failed, when the tool fails.
     nlohmann::json RunJson(std::vector<std::string> arguments) const;
+
+    // The same with a terminal of so many columns for its output and its errors, which come together.
+    Outcome RunOnTerminal(const std::vector<std::string>& arguments, unsigned short columns) const;
 
     // Writes a file into the test's folder and returns its path.
     std::string WriteFile(const std::string& name, const std::string& text) const;

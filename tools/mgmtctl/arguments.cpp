@@ -1,8 +1,11 @@
 #include "tools/mgmtctl/arguments.h"
 
 #include <algorithm>
+#include <charconv>
+#include <initializer_list>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -23,8 +26,13 @@ constexpr const char* FOOTER = R"(Examples:
   mgmtctl namespaces                       list the namespaces
   mgmtctl classes                          list the classes of the namespace
   mgmtctl describe RetentionPolicy         show the properties of a class
+  mgmtctl list Mailbox --where 'ItemCount > 5000' --properties INSTANCE_ID,ItemCount --sort ItemCount:desc
+  mgmtctl query "SELECT * FROM Policy WHERE Enabled = FALSE" --json
+  mgmtctl count Mailbox                    count the instances of a class
   mgmtctl get RetentionPolicy mail         show an instance by its class and INSTANCE_ID
   mgmtctl get 'RetentionPolicy.INSTANCE_ID="mail"' --json
+  mgmtctl xml RetentionPolicy mail         show an instance as XML text
+  mgmtctl create RetentionPolicy press KeepDays=30 DisplayName=Press
   mgmtctl set RetentionPolicy mail KeepDays=30 'Tags=["hr","legal"]' Note=null
   mgmtctl set RetentionPolicy new DisplayName=New --create
   mgmtctl delete RetentionPolicy new
@@ -32,7 +40,7 @@ constexpr const char* FOOTER = R"(Examples:
 The data lie in a store on this machine; the environment variable MGMT_STORE names its folder.
 Exit codes: 0 done, 1 the operation failed, 2 the command line makes no sense.)";
 
-constexpr const char* SET_FOOTER =
+constexpr const char* VALUES_FOOTER =
     R"(Values are read by the declared type of the property ("mgmtctl describe CLASS" shows it):
   KeepDays=30  Size=0x10000        an integer
   Weight=0.5                       a real
@@ -47,6 +55,14 @@ constexpr const char* SET_FOOTER =
   'Tags=["a","b"]'  'Sizes=[1,2]'  an array, as JSON; [] is an array without elements
   Note=null                        null: no value
 Embedded objects can be imported and read, but not set here.)";
+
+constexpr const char* LIST_FOOTER =
+    R"(Rows are printed as they are read; --json prints one object a line. An array or an object that would not
+fit a table's row is shortened and says so; --json and --full show all of it. On a terminal rows are cut to its
+width, but for --full. When the reader of the output goes away (| head), the listing ends.
+Conditions, as in --where "KeepDays > 30 AND DisplayName LIKE 'Mail%'":
+  = != <> < > <= >=   LIKE 'a%' '_b' '[a-f]%'   IS NULL   IS NOT NULL   AND OR NOT ( )
+  Texts stand in quotes and compare without regard to case; __CLASS ISA "Policy" asks for a class.)";
 
 constexpr const char* GET_FOOTER =
     R"(An id that begins with a dash, or is "++", comes after "--": mgmtctl get RetentionPolicy -- -1)";
@@ -82,7 +98,12 @@ class CommandLine {
         classes.add_option("SUPERCLASS", arguments_.class_name, "Only the classes derived from this one")
             ->type_name("");
         AddClass(Add(Command::DESCRIBE, "describe", "Show the properties of a class"), arguments_);
+        AddList();
+        AddQuery();
+        AddCount();
         AddGet();
+        AddXml();
+        AddCreate();
         AddSet();
         CLI::App& remove = Add(Command::DELETE_INSTANCE, "delete", "Delete an instance");
         AddClass(remove, arguments_);
@@ -98,6 +119,7 @@ class CommandLine {
         arguments_.namespace_path = ReadNamespacePath(namespace_text_.value_or(DEFAULT_NAMESPACE));
         ReadTarget();
         ReadAssignments();
+        ReadListing();
         return std::move(arguments_);
     }
 
@@ -118,23 +140,92 @@ class CommandLine {
         import.add_flag("--check", arguments_.is_check, "Only check the files; store nothing");
     }
 
-    void AddGet() {
-        CLI::App& get = Add(Command::GET, "get", "Show an instance");
-        get.add_option("CLASS|PATH", first_, "The name of the class, or the path of the instance alone")
+    void AddList() {
+        CLI::App& list =
+            Add(Command::LIST, "list", "List the instances of a class and of the classes below it");
+        AddSelection(list);
+        list.add_option("--properties", properties_text_, "Show these properties, in this order")
+            ->type_name("A,B,...");
+        AddListing(list);
+    }
+
+    void AddQuery() {
+        CLI::App& query = Add(Command::QUERY, "query", "List the instances that a query finds");
+        query
+            .add_option("QUERY", arguments_.query, "Such as \"SELECT * FROM Mailbox WHERE ItemCount > 5000\"")
             ->required()
             ->type_name("");
-        id_of_get_ = get.add_option("ID", arguments_.id, "The value of the instance's INSTANCE_ID");
-        id_of_get_->type_name("");
+        AddListing(query);
+    }
+
+    void AddCount() {
+        AddSelection(
+            Add(Command::COUNT, "count", "Count the instances of a class and of the classes below it"));
+    }
+
+    // Which instances of a class.
+    void AddSelection(CLI::App& app) {
+        AddClass(app, arguments_);
+        app.add_option("--where", arguments_.where, "Only the instances for which this holds")
+            ->type_name("CONDITION");
+        CLI::Option* const shallow =
+            app.add_flag("--shallow", arguments_.is_shallow, "Only instances of the class itself");
+        app.add_flag("--deep", is_deep_, "Those of its subclasses, too: the default")->excludes(shallow);
+    }
+
+    // How they are shown.
+    void AddListing(CLI::App& app) {
+        app.add_option(
+               "--sort", sort_text_,
+               "Sort by this property, with :desc behind it from the greatest to the least; null comes "
+               "first. All rows are held in memory")
+            ->type_name("NAME[:desc]");
+        app.add_option("--limit", limit_text_, "Print this many at most")->type_name("NUMBER");
+        AddFull(app);
+        app.footer(LIST_FOOTER);
+    }
+
+    void AddFull(CLI::App& app) {
+        app.add_flag("--full", arguments_.listing.is_full,
+                     "Show long arrays, objects and lines to their ends in a table");
+    }
+
+    void AddTarget(CLI::App& app) {
+        app.add_option("CLASS|PATH", first_, "The name of the class, or the path of the instance alone")
+            ->required()
+            ->type_name("");
+        CLI::Option* const id =
+            app.add_option("ID", arguments_.id, "The value of the instance's INSTANCE_ID");
+        id->type_name("");
+        ids_that_may_lack_.push_back(id);
+    }
+
+    void AddGet() {
+        CLI::App& get = Add(Command::GET, "get", "Show an instance");
+        AddTarget(get);
+        AddFull(get);
         get.footer(GET_FOOTER);
+    }
+
+    void AddXml() {
+        AddTarget(Add(Command::XML, "xml", "Show an instance, or a class by its name alone, as XML text"));
+    }
+
+    void AddAssignments(CLI::App& app) {
+        AddClass(app, arguments_);
+        AddId(app, arguments_);
+        app.add_option("NAME=VALUE", assignment_texts_, "The properties and their values")->type_name("");
+        app.footer(VALUES_FOOTER);
+    }
+
+    void AddCreate() {
+        AddAssignments(Add(Command::CREATE, "create", "Make an instance that does not exist yet"));
     }
 
     void AddSet() {
         CLI::App& set = Add(Command::SET, "set", "Change properties of an instance, or make one");
-        AddClass(set, arguments_);
-        AddId(set, arguments_);
-        set.add_option("NAME=VALUE", assignment_texts_, "The properties and their values")->type_name("");
+        AddAssignments(set);
         set.add_flag("--create", arguments_.is_create, "Make the instance if it does not exist");
-        set.footer(SET_FOOTER);
     }
 
     void Parse(int argc, const char* const* argv) {
@@ -152,19 +243,23 @@ class CommandLine {
         }
     }
 
+    bool IsAnyOf(std::initializer_list<Command> commands) const {
+        return std::find(commands.begin(), commands.end(), arguments_.command) != commands.end();
+    }
+
     void ReadTarget() {
-        if (arguments_.command == Command::GET) {
-            (id_of_get_->count() == 0 ? arguments_.path : arguments_.class_name) = first_;
-        }
-        const bool has_id = arguments_.command == Command::SET ||
-                            arguments_.command == Command::DELETE_INSTANCE ||
-                            (arguments_.command == Command::GET && id_of_get_->count() != 0);
+        const bool may_lack_id = IsAnyOf({Command::GET, Command::XML});
+        const bool is_id_given = std::any_of(ids_that_may_lack_.begin(), ids_that_may_lack_.end(),
+                                             [](const CLI::Option* id) { return id->count() != 0; });
+        if (may_lack_id) (is_id_given ? arguments_.class_name : arguments_.path) = first_;
+        const bool has_id = IsAnyOf({Command::CREATE, Command::SET, Command::DELETE_INSTANCE}) || is_id_given;
         if (has_id && arguments_.id.empty()) throw UsageFailure("the id must not be empty");
-        const bool may_lack_class = arguments_.command == Command::IMPORT ||
-                                    arguments_.command == Command::NAMESPACES ||
-                                    arguments_.command == Command::CLASSES;
+        const bool may_lack_class =
+            IsAnyOf({Command::IMPORT, Command::NAMESPACES, Command::CLASSES, Command::QUERY});
         if (!may_lack_class && arguments_.class_name.empty() && arguments_.path.empty())
             throw UsageFailure("the class must not be empty");
+        if (arguments_.command == Command::QUERY && arguments_.query.empty())
+            throw UsageFailure("the query must not be empty");
     }
 
     void ReadAssignments() {
@@ -178,12 +273,48 @@ class CommandLine {
             throw UsageFailure("set needs a NAME=VALUE, or --create");
     }
 
+    void ReadListing() {
+        if (limit_text_) arguments_.listing.limit = ReadCount(*limit_text_);
+        if (properties_text_) arguments_.listing.properties = SplitNames(*properties_text_);
+        if (!sort_text_) return;
+        const std::size_t colon = sort_text_->find(':');
+        arguments_.listing.sort = sort_text_->substr(0, colon);
+        const std::string order = colon == std::string::npos ? "asc" : sort_text_->substr(colon + 1);
+        if (arguments_.listing.sort.empty() || (order != "asc" && order != "desc"))
+            throw UsageFailure("\"" + *sort_text_ + "\" is not of the form NAME, NAME:asc or NAME:desc");
+        arguments_.listing.is_descending = order == "desc";
+    }
+
+    static std::size_t ReadCount(const std::string& text) {
+        std::size_t count = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, fault] = std::from_chars(text.data(), end, count);
+        if (fault != std::errc() || stop != end)
+            throw UsageFailure("\"" + text + "\" is not a number of instances");
+        return count;
+    }
+
+    static std::vector<std::string> SplitNames(const std::string& text) {
+        std::vector<std::string> names;
+        std::istringstream rest(text);
+        for (std::string name; std::getline(rest, name, ',');)
+            names.push_back(name);
+        const bool has_gap = text.empty() || text.back() == ',' ||
+                             std::find(names.begin(), names.end(), std::string()) != names.end();
+        if (has_gap) throw UsageFailure("the names of the properties must not be empty");
+        return names;
+    }
+
     CLI::App app_{ABOUT};
     std::map<Command, CLI::App*> commands_;
-    CLI::Option* id_of_get_ = nullptr;
+    std::vector<const CLI::Option*> ids_that_may_lack_;
 
     Arguments arguments_;
     std::optional<std::string> namespace_text_;
+    std::optional<std::string> properties_text_;
+    std::optional<std::string> sort_text_;
+    std::optional<std::string> limit_text_;
+    bool is_deep_ = false;  // said aloud
     std::string first_;
     std::vector<std::string> assignment_texts_;
 };

@@ -5,33 +5,61 @@
 // Throws UsageFailure for what makes no sense, and HelpWanted where help was asked for.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace mgmtctl {
 
-enum class Command { IMPORT, NAMESPACES, CLASSES, DESCRIBE, GET, SET, DELETE_INSTANCE };
+enum class Command {
+    IMPORT,
+    NAMESPACES,
+    CLASSES,
+    DESCRIBE,
+    LIST,
+    QUERY,
+    COUNT,
+    GET,
+    XML,
+    CREATE,
+    SET,
+    DELETE_INSTANCE
+};
+
+// How instances are listed.
+struct Listing {
+    std::vector<std::string> properties;  // the columns; empty for all
+    std::string sort;                     // the property to sort by; empty for the store's order
+    bool is_descending = false;
+    std::optional<std::size_t> limit;  // the most instances to print
+    bool is_full = false;              // cut nothing
+};
 
 struct Arguments {
     Command command = Command::NAMESPACES;
 
     std::wstring namespace_path;  // \\.\root\A, the built-in one where none was given
     bool is_namespace_given = false;
-    bool is_json = false;    // print for programs
-    bool is_create = false;  // set: make a missing instance
-    bool is_check = false;   // import: store nothing
+    bool is_json = false;     // print for programs
+    bool is_create = false;   // set: make a missing instance
+    bool is_check = false;    // import: store nothing
+    bool is_shallow = false;  // list, count: without the instances of subclasses
 
     std::vector<std::string> files;  // import
-    std::string class_name;          // classes (the superclass, may be empty), describe, get, set, delete
-    std::string id;                  // get, set, delete
-    std::string path;                // get, where it is given a path: class_name and id are then empty
+    std::string class_name;          // of all that name a class; of classes the superclass, may be empty
+    std::string id;                  // get, xml, create, set, delete
+    std::string path;   // get, xml, where they are given a path: class_name and id are then empty
+    std::string query;  // query
+    std::string where;  // list, count: the condition, may be empty
+    Listing listing;    // list, query; of get is_full alone
 
     struct Assignment {
         std::string name;
         std::string value;
     };
-    std::vector<Assignment> assignments;  // set
+    std::vector<Assignment> assignments;  // create, set
 };
 
 struct HelpWanted {

@@ -16,7 +16,7 @@ constexpr std::size_t SIGN = 21;
 int Number(std::string_view digits) {
     int number = 0;
     for (const char digit : digits)
-        number = number * 10 + (digit - '0');
+        number = number * 10 + (digit >= '0' && digit <= '9' ? digit - '0' : 0);
     return number;
 }
 
@@ -90,6 +90,24 @@ std::string ReadableDatetime(std::string_view cim) {
     char zone[16];
     std::snprintf(zone, sizeof zone, "%c%02d:%02d", cim[SIGN], offset / 60, offset % 60);
     return offset == 0 ? text + "UTC" : text + zone;
+}
+
+std::int64_t OrderOfDatetime(std::string_view cim) {
+    if (!IsCimText(cim)) return 0;
+    const std::int64_t seconds =
+        (Number(cim.substr(8, 2)) * 60 + Number(cim.substr(10, 2))) * 60 + Number(cim.substr(12, 2));
+    const int fraction = Number(cim.substr(POINT + 1, 6));
+    std::int64_t days = Number(cim.substr(0, 8));
+    std::int64_t minutes_ahead = 0;
+    if (cim[SIGN] != ':') {
+        const std::chrono::year_month_day date{
+            std::chrono::year(Number(cim.substr(0, 4))),
+            std::chrono::month(static_cast<unsigned>(Number(cim.substr(4, 2)))),
+            std::chrono::day(static_cast<unsigned>(Number(cim.substr(6, 2))))};
+        days = std::chrono::sys_days(date).time_since_epoch().count();
+        minutes_ahead = Number(cim.substr(SIGN + 1)) * (cim[SIGN] == '-' ? -1 : 1);
+    }
+    return ((days * 24 * 60 - minutes_ahead) * 60 + seconds) * 1'000'000 + fraction;
 }
 
 }  // namespace mgmtctl

@@ -6,6 +6,7 @@
 // Stateless.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,5 +19,9 @@ std::optional<std::string> CimDatetime(const std::string& text);
 
 // A short form for people; empty for text that has none, such as one with unknown fields.
 std::string ReadableDatetime(std::string_view cim);
+
+// A number that puts CIM texts into their order: the microseconds of an interval, or from some beginning to a
+// date, whatever its offset. Unknown fields count as 0.
+std::int64_t OrderOfDatetime(std::string_view cim);
 
 }  // namespace mgmtctl

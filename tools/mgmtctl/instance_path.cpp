@@ -1,5 +1,7 @@
 #include "tools/mgmtctl/instance_path.h"
 
+#include "tools/mgmtctl/text.h"
+
 namespace mgmtctl {
 
 std::wstring EscapeId(const std::wstring& id) {
@@ -13,6 +15,11 @@ std::wstring EscapeId(const std::wstring& id) {
 
 std::wstring InstancePath(const std::wstring& class_name, const std::wstring& id) {
     return class_name + L".INSTANCE_ID=\"" + EscapeId(id) + L"\"";
+}
+
+std::wstring TargetPath(const Arguments& arguments) {
+    if (!arguments.path.empty()) return Wide(arguments.path);
+    return InstancePath(Wide(arguments.class_name), Wide(arguments.id));
 }
 
 }  // namespace mgmtctl

@@ -7,11 +7,16 @@
 
 #include <string>
 
+#include "tools/mgmtctl/arguments.h"
+
 namespace mgmtctl {
 
 // The id as it stands within the quotes of a path: a backslash in front of each backslash and quote.
 std::wstring EscapeId(const std::wstring& id);
 
 std::wstring InstancePath(const std::wstring& class_name, const std::wstring& id);
+
+// What a command line names by a path, or by a class and an id.
+std::wstring TargetPath(const Arguments& arguments);
 
 }  // namespace mgmtctl

@@ -89,10 +89,15 @@ OrderedJson ToJson(CIMTYPE type, const VARIANT& value) {
     return elements;
 }
 
-OrderedJson ToJson(IWbemClassObject& object) {
+OrderedJson NameAsJson(IWbemClassObject& object) {
     OrderedJson json = OrderedJson::object();
     json["__CLASS"] = TextOrNull(TextOf(object, L"__CLASS"));
     json["__RELPATH"] = TextOrNull(TextOf(object, L"__RELPATH"));
+    return json;
+}
+
+OrderedJson ToJson(IWbemClassObject& object) {
+    OrderedJson json = NameAsJson(object);
     for (const Property& property : PropertiesOf(object))
         json[Utf8(property.name)] = ToJson(property.type, property.value);
     return json;

@@ -17,6 +17,8 @@ using OrderedJson = nlohmann::ordered_json;
 
 OrderedJson ToJson(CIMTYPE type, const VARIANT& value);
 OrderedJson ToJson(IWbemClassObject& object);
+// With its __CLASS and __RELPATH alone.
+OrderedJson NameAsJson(IWbemClassObject& object);
 
 // Null for an empty text.
 OrderedJson TextOrNull(const std::string& text);

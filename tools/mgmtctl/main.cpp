@@ -1,5 +1,6 @@
 // mgmtctl: what an administrator or a developer types to see and change management data.
 #include <clocale>
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -8,6 +9,7 @@
 
 #include "tools/mgmtctl/commands/commands.h"
 #include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/output.h"
 #include "tools/mgmtctl/text.h"
 #include "utility/management/mgmt.h"
 
@@ -47,17 +49,23 @@ void Run(const Arguments& arguments) {
             return ListClasses(arguments);
         case Command::DESCRIBE:
             return Describe(arguments);
+        case Command::LIST:
+            return List(arguments);
+        case Command::QUERY:
+            return Query(arguments);
+        case Command::COUNT:
+            return Count(arguments);
         case Command::GET:
             return Get(arguments);
+        case Command::XML:
+            return ShowXml(arguments);
+        case Command::CREATE:
+            return Create(arguments);
         case Command::SET:
             return Set(arguments);
         case Command::DELETE_INSTANCE:
             return Delete(arguments);
     }
-}
-
-void FlushOutput() {
-    if (!std::cout.flush()) throw OperationFailure("the output cannot be written");
 }
 
 ExitCode Report(ExitCode code, const std::string& sentence, const std::string& advice) {
@@ -73,6 +81,8 @@ ExitCode Main(int argc, const char* const* argv) {
         return DONE;
     } catch (const HelpWanted& help) {
         std::cout << help.text << std::flush;
+        return DONE;
+    } catch (const ReaderGone&) {
         return DONE;
     } catch (const UsageFailure& failure) {
         return Report(FAILED_USAGE, failure.what(),
@@ -92,5 +102,7 @@ ExitCode Main(int argc, const char* const* argv) {
 int main(int argc, char** argv) {
     // All text is UTF-8, whatever the environment says.
     std::setlocale(LC_CTYPE, "C.UTF-8");
+    // Writing fails instead, and the command ends as it should.
+    std::signal(SIGPIPE, SIG_IGN);
     return mgmtctl::Main(argc, argv);
 }

@@ -1,8 +1,10 @@
-// An instance as a table for people: Name, Type, Value, with embedded objects indented below their property.
+// Values and instances as text for people.
 //
-//   PrintInstance(*object);
+//   PrintInstance(*object, Length::SHORT);       // a table: Name, Type, Value
+//   table.Add({CellText(type, value, Length::SHORT)});
 //
-// Arrays read [a, b], null is null, dates stand with a readable form behind them. Stateless.
+// Arrays read [a, b], objects Class {Name: value}, null is null. What is shortened says how much there is:
+// [1, 2, ... 1,000,000 elements]. Stateless.
 #pragma once
 
 #include <string>
@@ -11,9 +13,16 @@
 
 namespace mgmtctl {
 
-// One value on one line; texts are quoted where they stand in an array.
-std::string ToText(CIMTYPE type, const VARIANT& value);
+enum class Length { SHORT, WHOLE };
 
-void PrintInstance(IWbemClassObject& object);
+// One value on one line; texts are quoted where they stand in an array. Of an object the class alone.
+std::string ToText(CIMTYPE type, const VARIANT& value, Length length);
+
+// One value as it stands among others in a row: dates in a readable form where that has all of it, and
+// objects with those of their properties that have a value.
+std::string CellText(CIMTYPE type, const VARIANT& value, Length length);
+
+// Embedded objects are indented below their property, dates have a readable form behind them.
+void PrintInstance(IWbemClassObject& object, Length length);
 
 }  // namespace mgmtctl

@@ -6,6 +6,13 @@
 #include "tools/mgmtctl/text.h"
 
 namespace mgmtctl {
+namespace {
+
+constexpr long STREAMED_FLAGS = WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY;
+constexpr long PATIENCE_MS = 100;
+constexpr std::size_t AT_ONCE = 100;
+
+}  // namespace
 
 CComPtr<IWbemServices> Connect(const std::wstring& namespace_path) {
     const std::string attempt = "cannot open the namespace " + Utf8(namespace_path);
@@ -26,20 +33,51 @@ CComPtr<IEnumWbemClassObject> Classes(IWbemServices& services, const std::wstrin
     return classes;
 }
 
-CComPtr<IEnumWbemClassObject> Instances(IWbemServices& services, const std::wstring& class_name) {
+// The service's own classes, such as __Namespace, are not among the namespace's.
+bool HasSubclasses(IWbemServices& services, const std::wstring& class_name) {
+    if (class_name.starts_with(L"__")) return false;
+    return !NextObjects(*Classes(services, class_name), 1).empty();
+}
+
+CComPtr<IEnumWbemClassObject> Instances(IWbemServices& services, const std::wstring& class_name,
+                                        bool is_shallow) {
     CComPtr<IEnumWbemClassObject> instances;
-    Check(services.CreateInstanceEnum(_bstr_t(class_name.c_str()), WBEM_FLAG_DEEP, nullptr, &instances),
-          "cannot list the instances of " + Utf8(class_name));
+    const long depth = is_shallow ? WBEM_FLAG_SHALLOW : WBEM_FLAG_DEEP;
+    Check(
+        services.CreateInstanceEnum(_bstr_t(class_name.c_str()), depth | STREAMED_FLAGS, nullptr, &instances),
+        "cannot list the instances of " + Utf8(class_name));
     return instances;
 }
 
+CComPtr<IEnumWbemClassObject> Find(IWbemServices& services, const std::wstring& query) {
+    CComPtr<IEnumWbemClassObject> instances;
+    ForgetReason();
+    const HRESULT result =
+        services.ExecQuery(_bstr_t(L"WQL"), _bstr_t(query.c_str()), STREAMED_FLAGS, nullptr, &instances);
+    if (FAILED(result))
+        throw OperationFailure("the query fails", TakeReason(result), "The query is: " + Utf8(query));
+    return instances;
+}
+
+std::vector<CComPtr<IWbemClassObject>> NextObjects(IEnumWbemClassObject& objects, std::size_t count) {
+    std::vector<IWbemClassObject*> raw(count);
+    std::vector<CComPtr<IWbemClassObject>> next(count);
+    HRESULT result = WBEM_S_TIMEDOUT;
+    ULONG ready = 0;
+    while (count != 0 && ready == 0 && result == WBEM_S_TIMEDOUT) {
+        result = objects.Next(PATIENCE_MS, static_cast<ULONG>(count), raw.data(), &ready);
+        Check(result, "cannot read the instances to their end");
+    }
+    for (ULONG i = 0; i < ready; ++i)
+        next[i].Attach(raw[i]);
+    next.resize(ready);
+    return next;
+}
+
 void ForEach(IEnumWbemClassObject& objects, const std::function<void(IWbemClassObject&)>& visit) {
-    while (true) {
-        CComPtr<IWbemClassObject> object;
-        ULONG count = 0;
-        Check(objects.Next(WBEM_INFINITE, 1, &object, &count), "cannot read the enumeration");
-        if (count == 0) return;
-        visit(*object);
+    for (auto some = NextObjects(objects, AT_ONCE); !some.empty(); some = NextObjects(objects, AT_ONCE)) {
+        for (const CComPtr<IWbemClassObject>& object : some)
+            visit(*object);
     }
 }
 

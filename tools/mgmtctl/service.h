@@ -7,8 +7,10 @@
 // The calling thread must have initialised COM. Failures are thrown as OperationFailure.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <atlbase.h>
 #include <wbemidl.h>
@@ -20,8 +22,18 @@ CComPtr<IWbemServices> Connect(const std::wstring& namespace_path);
 // All classes below `superclass`, or all of the namespace where it is empty.
 CComPtr<IEnumWbemClassObject> Classes(IWbemServices& services, const std::wstring& superclass);
 
-// The instances of a class.
-CComPtr<IEnumWbemClassObject> Instances(IWbemServices& services, const std::wstring& class_name);
+bool HasSubclasses(IWbemServices& services, const std::wstring& class_name);
+
+// The instances of a class and of its subclasses, or with `is_shallow` its own alone.
+CComPtr<IEnumWbemClassObject> Instances(IWbemServices& services, const std::wstring& class_name,
+                                        bool is_shallow = false);
+
+// The instances that a WQL query finds.
+CComPtr<IEnumWbemClassObject> Find(IWbemServices& services, const std::wstring& query);
+
+// The objects that come next, at most `count`: fewer when the service has no more at hand within a moment, so
+// that what is there can be shown. Empty at the end only.
+std::vector<CComPtr<IWbemClassObject>> NextObjects(IEnumWbemClassObject& objects, std::size_t count);
 
 void ForEach(IEnumWbemClassObject& objects, const std::function<void(IWbemClassObject&)>& visit);
 

@@ -13,6 +13,7 @@ namespace {
 
 constexpr char32_t LAST_CODE_POINT = 0x10FFFF;
 constexpr char32_t REPLACEMENT = 0xFFFD;
+constexpr const char* ELLIPSIS = "\u2026";
 
 bool IsSurrogate(char32_t point) {
     return point >= 0xD800 && point <= 0xDFFF;
@@ -99,6 +100,19 @@ bool IsControl(char32_t point) {
            (point >= 0x2066 && point <= 0x2069);
 }
 
+// Nothing but visible ASCII, of which every byte takes a column.
+bool IsPlain(std::string_view utf8) {
+    return std::all_of(utf8.begin(), utf8.end(), [](char byte) { return byte >= 0x20 && byte < 0x7F; });
+}
+
+// Takes a code point off the front and returns the columns that it takes on a terminal.
+std::size_t TakeColumns(std::string_view& utf8) {
+    const std::optional<char32_t> point = TakePoint(utf8);
+    if (!point) utf8.remove_prefix(1);
+    const int columns = wcwidth(static_cast<wchar_t>(point.value_or(REPLACEMENT)));
+    return columns < 0 ? 1 : static_cast<std::size_t>(columns);
+}
+
 wchar_t FoldAscii(wchar_t unit) {
     return unit >= L'A' && unit <= L'Z' ? static_cast<wchar_t>(unit - L'A' + L'a') : unit;
 }
@@ -135,6 +149,7 @@ std::string Utf8(BSTR text) {
 }
 
 std::string Printable(std::string_view utf8) {
+    if (IsPlain(utf8)) return std::string(utf8);
     std::string shown;
     while (!utf8.empty()) {
         const std::optional<char32_t> point = TakePoint(utf8);
@@ -151,14 +166,32 @@ std::string Printable(std::string_view utf8) {
 }
 
 std::size_t DisplayWidth(std::string_view utf8) {
+    if (IsPlain(utf8)) return utf8.size();
     std::size_t width = 0;
-    while (!utf8.empty()) {
-        const std::optional<char32_t> point = TakePoint(utf8);
-        if (!point) utf8.remove_prefix(1);
-        const int columns = wcwidth(static_cast<wchar_t>(point.value_or(REPLACEMENT)));
-        width += columns < 0 ? 1 : static_cast<std::size_t>(columns);
-    }
+    while (!utf8.empty())
+        width += TakeColumns(utf8);
     return width;
+}
+
+std::string Cut(const std::string& utf8, std::size_t columns) {
+    if (DisplayWidth(utf8) <= columns) return utf8;
+    std::string_view rest = utf8;
+    std::size_t kept = 0;
+    for (std::size_t width = 0; !rest.empty(); kept = utf8.size() - rest.size()) {
+        width += TakeColumns(rest);
+        if (width >= columns) break;
+    }
+    return utf8.substr(0, kept) + ELLIPSIS;
+}
+
+std::string Grouped(std::uint64_t number) {
+    std::string grouped;
+    const std::string digits = std::to_string(number);
+    for (std::size_t i = 0; i < digits.size(); ++i) {
+        if (i != 0 && (digits.size() - i) % 3 == 0) grouped += ',';
+        grouped += digits[i];
+    }
+    return grouped;
 }
 
 bool EqualNames(std::wstring_view left, std::wstring_view right) {

@@ -6,6 +6,8 @@
 // All functions are stateless, but DisplayWidth needs the process's character type to be UTF-8.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,6 +34,12 @@ std::string Printable(std::string_view utf8);
 
 // The columns that printable text takes on a terminal.
 std::size_t DisplayWidth(std::string_view utf8);
+
+// Printable text that takes at most so many columns: itself, or its beginning with an ellipsis behind it.
+std::string Cut(const std::string& utf8, std::size_t columns);
+
+// 1234567 as "1,234,567".
+std::string Grouped(std::uint64_t number);
 
 // Whether two names are the same to the service, as far as their letters are ASCII.
 bool EqualNames(std::wstring_view left, std::wstring_view right);

@@ -1,5 +1,7 @@
 #include "tools/mgmtctl/variants.h"
 
+#include <cstdint>
+
 #include "tools/mgmtctl/failure.h"
 #include "tools/mgmtctl/text.h"
 
@@ -68,20 +70,8 @@ const char* ScalarTypeName(CIMTYPE type) {
     }
 }
 
-_variant_t ElementAt(SAFEARRAY* array, LONG index) {
-    _variant_t element;
-    VARTYPE type = VT_EMPTY;
-    Check(SafeArrayGetVartype(array, &type), "cannot read an array");
-    if (type == VT_VARIANT) {
-        Check(SafeArrayGetElement(array, &index, static_cast<VARIANT*>(&element)), "cannot read an array");
-        return element;
-    }
-    Check(SafeArrayGetElement(array, &index, &element.llVal), "cannot read an array");
-    element.vt = type;
-    const bool is_null =
-        (type == VT_BSTR && element.bstrVal == nullptr) || (type == VT_UNKNOWN && element.punkVal == nullptr);
-    if (is_null) element.vt = VT_NULL;
-    return element;
+bool IsArrayValue(const VARIANT& value) {
+    return (value.vt & VT_ARRAY) != 0 && value.parray != nullptr;
 }
 
 }  // namespace
@@ -100,6 +90,15 @@ _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name) {
     return value;
 }
 
+std::optional<Property> PropertyOf(IWbemClassObject& object, const std::wstring& name) {
+    Property property;
+    property.name = name;
+    const HRESULT result = object.Get(name.c_str(), 0, &property.value, &property.type, nullptr);
+    if (result == WBEM_E_NOT_FOUND) return std::nullopt;
+    Check(result, "cannot read the property " + Utf8(name));
+    return property;
+}
+
 std::string TextOf(IWbemClassObject& object, const wchar_t* name) {
     const _variant_t value = ValueOf(object, name);
     return value.vt == VT_BSTR ? Utf8(value.bstrVal) : std::string();
@@ -112,15 +111,41 @@ CComPtr<IWbemClassObject> ObjectOf(const VARIANT& value) {
     return object;
 }
 
-std::vector<_variant_t> ElementsOf(const VARIANT& array) {
-    std::vector<_variant_t> elements;
-    if ((array.vt & VT_ARRAY) == 0 || array.parray == nullptr) return elements;
+std::size_t CountElements(const VARIANT& array) {
+    if (!IsArrayValue(array)) return 0;
     LONG lower = 0;
     LONG upper = -1;
     Check(SafeArrayGetLBound(array.parray, 1, &lower), "cannot read an array");
     Check(SafeArrayGetUBound(array.parray, 1, &upper), "cannot read an array");
-    for (LONG index = lower; index <= upper; ++index)
-        elements.push_back(ElementAt(array.parray, index));
+    return static_cast<std::size_t>(std::int64_t{upper} - lower + 1);
+}
+
+_variant_t ElementOf(const VARIANT& array, std::size_t index) {
+    _variant_t element;
+    VARTYPE type = VT_EMPTY;
+    LONG place = 0;
+    Check(SafeArrayGetVartype(array.parray, &type), "cannot read an array");
+    Check(SafeArrayGetLBound(array.parray, 1, &place), "cannot read an array");
+    place += static_cast<LONG>(index);
+    if (type == VT_VARIANT) {
+        Check(SafeArrayGetElement(array.parray, &place, static_cast<VARIANT*>(&element)),
+              "cannot read an array");
+        return element;
+    }
+    Check(SafeArrayGetElement(array.parray, &place, &element.llVal), "cannot read an array");
+    element.vt = type;
+    const bool is_null =
+        (type == VT_BSTR && element.bstrVal == nullptr) || (type == VT_UNKNOWN && element.punkVal == nullptr);
+    if (is_null) element.vt = VT_NULL;
+    return element;
+}
+
+std::vector<_variant_t> ElementsOf(const VARIANT& array) {
+    std::vector<_variant_t> elements;
+    const std::size_t count = CountElements(array);
+    elements.reserve(count);
+    for (std::size_t index = 0; index < count; ++index)
+        elements.push_back(ElementOf(array, index));
     return elements;
 }
 

@@ -6,6 +6,8 @@
 // A class object and its values belong to one thread at a time.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,13 +28,18 @@ std::vector<Property> PropertiesOf(IWbemClassObject& object);
 
 // One property's value, system properties included; empty where there is none of that name.
 _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name);
+// The same, with the type that the object has for it; nothing where there is none of that name.
+std::optional<Property> PropertyOf(IWbemClassObject& object, const std::wstring& name);
 // The same as text; empty where it is none.
 std::string TextOf(IWbemClassObject& object, const wchar_t* name);
 
 // The class object that a value carries; null for any other value.
 CComPtr<IWbemClassObject> ObjectOf(const VARIANT& value);
 
-// The elements of an array value; a text or an object that is null is VT_NULL.
+// The elements of an array value, counted from 0; a text or an object that is null is VT_NULL. None for any
+// other value.
+std::size_t CountElements(const VARIANT& array);
+_variant_t ElementOf(const VARIANT& array, std::size_t index);
 std::vector<_variant_t> ElementsOf(const VARIANT& array);
 
 bool IsNull(const VARIANT& value);

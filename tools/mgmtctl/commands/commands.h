@@ -14,7 +14,12 @@ void Import(const Arguments& arguments);
 void ListNamespaces(const Arguments& arguments);
 void ListClasses(const Arguments& arguments);
 void Describe(const Arguments& arguments);
+void List(const Arguments& arguments);
+void Query(const Arguments& arguments);
+void Count(const Arguments& arguments);
 void Get(const Arguments& arguments);
+void ShowXml(const Arguments& arguments);
+void Create(const Arguments& arguments);
 void Set(const Arguments& arguments);
 void Delete(const Arguments& arguments);
 

@@ -47,7 +47,8 @@ void PrintAsTable(const ClassDeclaration& declaration) {
     for (const DeclaredProperty& each : declaration.properties) {
         table.Add({Utf8(each.name), each.type_name, each.is_key ? "key" : "",
                    InheritedFrom(declaration.summary, each),
-                   IsNull(each.value) ? std::string() : ToText(each.type, each.value), each.description});
+                   IsNull(each.value) ? std::string() : ToText(each.type, each.value, Length::SHORT),
+                   each.description});
     }
     table.Print(std::cout);
 }

@@ -9,9 +9,7 @@
 namespace mgmtctl {
 
 void Get(const Arguments& arguments) {
-    const std::wstring path = arguments.path.empty()
-                                  ? InstancePath(Wide(arguments.class_name), Wide(arguments.id))
-                                  : Wide(arguments.path);
+    const std::wstring path = TargetPath(arguments);
     const std::string attempt = "cannot read " + Utf8(path);
     ForgetReason();
     CMgmtObject object(path.c_str());
@@ -26,7 +24,7 @@ void Get(const Arguments& arguments) {
                                    "\" shows the class.");
     }
     if (arguments.is_json) return PrintJson(ToJson(*instance));
-    PrintInstance(*instance);
+    PrintInstance(*instance, arguments.listing.is_full ? Length::WHOLE : Length::SHORT);
 }
 
 }  // namespace mgmtctl

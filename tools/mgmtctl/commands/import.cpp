@@ -2,10 +2,12 @@
 
 #include <atlbase.h>
 #include <comutil.h>
+#include <mofprogress.h>
 #include <wbemidl.h>
 
 #include "tools/mgmtctl/commands/commands.h"
 #include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/import_progress.h"
 #include "tools/mgmtctl/json.h"
 #include "tools/mgmtctl/text.h"
 
@@ -22,6 +24,18 @@ std::wstring JoinedNames(const std::vector<std::string>& files) {
         names += file;
     }
     return Wide(names);
+}
+
+HRESULT Compile(IMofCompiler& compiler, wchar_t* names, wchar_t* space, bool is_check,
+                WBEM_COMPILE_STATUS_INFO& info) {
+    ImportProgress progress(is_check);
+    CComPtr<IMofProgressSource> source;
+    if (SUCCEEDED(compiler.QueryInterface(IID_PPV_ARGS(&source.p)))) source->SetProgress(&progress);
+    const HRESULT result =
+        compiler.CompileFile(names, space, nullptr, nullptr, nullptr, is_check ? WBEM_FLAG_CHECK_ONLY : 0,
+                             WBEM_FLAG_CREATE_OR_UPDATE, WBEM_FLAG_CREATE_OR_UPDATE, &info);
+    if (source != nullptr) source->SetProgress(nullptr);
+    return result;
 }
 
 void Print(const Arguments& arguments, long declarations) {
@@ -43,13 +57,10 @@ void Import(const Arguments& arguments) {
     CComPtr<IMofCompiler> compiler;
     Check(compiler.CoCreateInstance(CLSID_MofCompiler), attempt);
 
+    WBEM_COMPILE_STATUS_INFO info = {};
     _bstr_t names = JoinedNames(arguments.files).c_str();
     _bstr_t space = arguments.namespace_path.c_str();
-    WBEM_COMPILE_STATUS_INFO info = {};
-    Check(compiler->CompileFile(names, space, nullptr, nullptr, nullptr,
-                                arguments.is_check ? WBEM_FLAG_CHECK_ONLY : 0, WBEM_FLAG_CREATE_OR_UPDATE,
-                                WBEM_FLAG_CREATE_OR_UPDATE, &info),
-          attempt);
+    Check(Compile(*compiler, names, space, arguments.is_check, info), attempt);
     Print(arguments, info.ObjectNum);
 }
 

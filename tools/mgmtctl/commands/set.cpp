@@ -1,56 +1,16 @@
-#include <algorithm>
 #include <iostream>
 
-#include "tools/mgmtctl/class_declaration.h"
+#include "tools/mgmtctl/changes.h"
 #include "tools/mgmtctl/commands/commands.h"
 #include "tools/mgmtctl/failure.h"
 #include "tools/mgmtctl/instance_path.h"
 #include "tools/mgmtctl/json.h"
 #include "tools/mgmtctl/service.h"
 #include "tools/mgmtctl/text.h"
-#include "tools/mgmtctl/values.h"
 #include "utility/management/mgmt.h"
 
 namespace mgmtctl {
 namespace {
-
-constexpr const wchar_t* KEY = L"INSTANCE_ID";
-
-struct Change {
-    std::wstring name;
-    _variant_t value;
-    bool has_default = false;  // an instance that nobody gave a value has another than null
-};
-
-Change ReadChange(const ClassDeclaration& declaration, const Arguments::Assignment& assignment) {
-    const DeclaredProperty* const property = declaration.Find(Wide(assignment.name));
-    if (property == nullptr) {
-        throw OperationFailure(
-            "the class " + declaration.summary.name + " has no property " + assignment.name,
-            "\"mgmtctl describe " + declaration.summary.name + "\" lists its properties.");
-    }
-    if (EqualNames(property->name, KEY)) {
-        throw UsageFailure(
-            "INSTANCE_ID is the key and cannot be changed: create another instance and delete this one");
-    }
-    return {property->name, ReadValue(*property, assignment.value), !IsNull(property->value)};
-}
-
-std::vector<Change> ReadChanges(const ClassDeclaration& declaration, const Arguments& arguments) {
-    std::vector<Change> changes;
-    for (const Arguments::Assignment& assignment : arguments.assignments) {
-        Change change = ReadChange(declaration, assignment);
-        const auto is_same = [&](const Change& other) { return EqualNames(other.name, change.name); };
-        if (std::any_of(changes.begin(), changes.end(), is_same))
-            throw UsageFailure(assignment.name + " is given twice");
-        changes.push_back(std::move(change));
-    }
-    return changes;
-}
-
-bool HasNull(const std::vector<Change>& changes) {
-    return std::any_of(changes.begin(), changes.end(), [](const Change& each) { return IsNull(each.value); });
-}
 
 class Writer {
  public:
@@ -59,7 +19,7 @@ class Writer {
           declaration_(declaration),
           id_(Wide(arguments.id)),
           path_(InstancePath(Wide(declaration.summary.name), id_)),
-          changes_(ReadChanges(declaration, arguments)) {}
+          changes_(ReadChanges(declaration, arguments.assignments)) {}
 
     // Whether the instance was made.
     bool Write() const {
@@ -101,8 +61,7 @@ class Writer {
 
     void Create() const {
         ForgetReason();
-        const auto is_lost = [](const Change& each) { return IsNull(each.value) && each.has_default; };
-        if (std::any_of(changes_.begin(), changes_.end(), is_lost)) return CreateWithNulls();
+        if (HasNullForDefault(changes_)) return CreateWithNulls();
 
         CMgmtObject object(path_.c_str());
         object.SetCategoryID(Wide(declaration_.summary.name));
@@ -114,13 +73,7 @@ class Writer {
     // A new instance that has null where its class has a default: the library has no way to say that.
     void CreateWithNulls() const {
         CComPtr<IWbemClassObject> instance;
-        HRESULT result = declaration_.object->SpawnInstance(0, &instance);
-        _variant_t id(id_.c_str());
-        if (SUCCEEDED(result)) result = instance->Put(KEY, 0, &id, 0);
-        for (const Change& change : changes_) {
-            _variant_t value = change.value;
-            if (SUCCEEDED(result)) result = instance->Put(change.name.c_str(), 0, &value, 0);
-        }
+        HRESULT result = Spawn(declaration_, id_, changes_, instance);
         const CComPtr<IWbemServices> services = Connect(arguments_.namespace_path);
         if (SUCCEEDED(result))
             result = services->PutInstance(instance, WBEM_FLAG_CREATE_OR_UPDATE, nullptr, nullptr);
@@ -128,15 +81,9 @@ class Writer {
     }
 
     [[noreturn]] void Fail(const char* attempt, Reason reason) const {
-        std::string advice = AdviceFor(reason.code);
+        std::string advice = reason.code == WBEM_E_NOT_FOUND ? "Add --create to make it."
+                                                             : AdviceForWrite(reason.code, declaration_);
         throw OperationFailure(attempt + Path(), std::move(reason), std::move(advice));
-    }
-
-    // Empty where there is nothing that helps in particular.
-    std::string AdviceFor(HRESULT code) const {
-        if (code == WBEM_E_NOT_FOUND) return "Add --create to make it.";
-        if (code != WBEM_E_TYPE_MISMATCH) return {};
-        return "\"mgmtctl describe " + declaration_.summary.name + "\" shows the type of each property.";
     }
 
     void SetValues(CMgmtObject& object) const {
@@ -154,12 +101,7 @@ class Writer {
 }  // namespace
 
 void Set(const Arguments& arguments) {
-    const ClassDeclaration declaration = ReadClass(arguments.class_name);
-    if (declaration.Find(KEY) == nullptr) {
-        throw OperationFailure(
-            "the class " + declaration.summary.name + " has no INSTANCE_ID to name an instance by",
-            "Instances of such classes are changed by importing them.");
-    }
+    const ClassDeclaration declaration = ReadClassWithId(arguments.class_name);
     const Writer writer(arguments, declaration);
     const bool is_created = writer.Write();
     if (arguments.is_json) {
