@@ -204,7 +204,10 @@ TEST_F(NotificationTest, CancelWaitsForOthersAndNotForItself) {
     };
     const auto self = Subscribed(L"SELECT * FROM __InstanceCreationEvent WHERE TargetInstance ISA 'Policy'");
     Sink* const raw = self;
-    self->on_event = [&, raw](const std::string&) { EXPECT_CODE(S_OK, services->CancelAsyncCall(raw)); };
+    // Both events may come in one call; what is in it is still told.
+    self->on_event = [&, raw](const std::string& event) {
+        EXPECT_CODE(event == "Creation 1 1" ? S_OK : WBEM_E_NOT_FOUND, services->CancelAsyncCall(raw));
+    };
     PutPolicy(L"1", 1);
     PutPolicy(L"2", 2);
     EXPECT_THAT(self->WaitForStatuses(1), ElementsAre(Code(WBEM_E_CALL_CANCELLED)));
