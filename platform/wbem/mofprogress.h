@@ -12,7 +12,8 @@
 
 // Implemented by whoever wants to know. Called on the thread that compiles, within the call that does: now
 // and then, and with `done` equal to `total` when all is declared and only the commit is left. Should a
-// compilation begin anew, so does `done`. The result is ignored.
+// compilation begin anew, so does `done`. The result is ignored. It must not
+// write to the store that is compiled into: that is refused.
 struct IMofProgress : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Progress(ULONGLONG done, ULONGLONG total) = 0;
 

@@ -44,7 +44,8 @@ InstanceEnumerator::InstanceEnumerator(const InstanceEnumerator& other)
     : source_(other.source_),
       cursor_(other.cursor_),
       ready_(other.ready_.begin() + static_cast<std::ptrdiff_t>(other.next_), other.ready_.end()),
-      batch_(other.batch_) {
+      batch_(other.batch_),
+      is_broken_(other.is_broken_) {
     if (!other.fault_.ok()) fault_ = Status(other.fault_.code(), other.fault_.reason());
 }
 
@@ -57,6 +58,7 @@ HRESULT InstanceEnumerator::Reset() {
     return AtBoundary([&]() -> Status {
         SERVICE_RETURN_IF_ERROR(CheckNotForwardOnly());
         SERVICE_ASSIGN_OR_RETURN(cursor_, source_.Open());
+        is_broken_ = false;
         ready_.clear();
         next_ = 0;
         batch_ = 0;
@@ -77,7 +79,7 @@ HRESULT InstanceEnumerator::Next(long lTimeout, ULONG uCount, IWbemClassObject**
         try {
             SERVICE_RETURN_IF_ERROR(Advance(Deadline(lTimeout), uCount, apObjects, *puReturned));
         } catch (const std::bad_alloc&) {
-            // What was handed out already is the caller's; the next call meets the exception again.
+            // What was handed out already is the caller's; the next call fails.
             if (*puReturned == 0) throw;
         }
         if (*puReturned < uCount) success = static_cast<HRESULT>(IsAtEnd() ? WBEM_S_FALSE : WBEM_S_TIMEDOUT);
@@ -110,22 +112,31 @@ Status InstanceEnumerator::Advance(const Deadline& deadline, ULONG count, IWbemC
         }
         if (advanced == count) return {};
         if (!fault_.ok()) return advanced == 0 ? std::exchange(fault_, {}) : Status();
+        if (is_broken_) {
+            if (advanced != 0) return {};
+            return {WBEM_E_OUT_OF_MEMORY,
+                    "the enumeration was cut short by a lack of memory: begin it again"};
+        }
         if (cursor_.AtEnd()) return {};
-        SERVICE_RETURN_IF_ERROR(Refill());
+        Refill();
         if (ready_.empty() && deadline.HasPassed()) return {};
     }
     return {};
 }
 
-Status InstanceEnumerator::Refill() {
+void InstanceEnumerator::Refill() {
     std::vector<Instance> read = std::exchange(ready_, {});
     next_ = 0;
     read.clear();
     batch_ = batch_ == 0 ? kFirstBatch : std::min(2 * batch_, kLargestBatch);
+    is_broken_ = true;
     fault_ = cursor_.Read(batch_, read);
-    if (source_.selection) SERVICE_RETURN_IF_ERROR(source_.selection->Apply(read));
+    if (source_.selection) {
+        Status fault = source_.selection->Apply(read);
+        if (fault_.ok()) fault_ = std::move(fault);
+    }
+    is_broken_ = false;
     ready_ = std::move(read);
-    return {};
 }
 
 HRESULT InstanceEnumerator::NextAsync(ULONG, IWbemObjectSink*) {

@@ -6,7 +6,7 @@
 // It shows the instances as they were when it was made, and holds some of them at a time: memory does not
 // grow with the class. Left open it costs nothing and stops nobody; see instance_scan.h for when it cannot go
 // on. Next then fails with WBEM_E_NOT_AVAILABLE. An instance whose record is damaged makes Next fail once;
-// the next call goes on behind it.
+// the next call goes on behind it. When there was no memory for what comes next, every further call fails.
 //
 // Reset begins anew, with the instances as they are then. Clone goes on from the same place, independently.
 // Neither is possible when the caller asked for WBEM_FLAG_FORWARD_ONLY. One thread at a time.
@@ -60,16 +60,19 @@ class InstanceEnumerator final : public ComObject<IEnumWbemClassObject> {
     ~InstanceEnumerator() override = default;
 
     Status CheckNotForwardOnly() const;
-    bool IsAtEnd() const noexcept { return next_ == ready_.size() && cursor_.AtEnd() && fault_.ok(); }
+    bool IsAtEnd() const noexcept {
+        return next_ == ready_.size() && cursor_.AtEnd() && fault_.ok() && !is_broken_;
+    }
     Status Advance(const Deadline& deadline, ULONG count, IWbemClassObject** objects, ULONG& advanced);
-    Status Refill();
+    void Refill();
 
     Source source_;
     InstanceCursor cursor_;
     std::vector<Instance> ready_;  // those from next_ on are to come
     size_t next_ = 0;
-    size_t batch_ = 0;  // instances that were read at once the last time
-    Status fault_;      // met behind what is ready
+    size_t batch_ = 0;        // instances that were read at once the last time
+    Status fault_;            // met behind what is ready
+    bool is_broken_ = false;  // an exception left no telling what is still to come
 };
 
 }  // namespace service

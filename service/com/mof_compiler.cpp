@@ -102,7 +102,7 @@ void FillIn(const MofImport& import, WBEM_COMPILE_STATUS_INFO* info) noexcept {
 }
 
 Status Import(const std::vector<MofSource>& sources, const std::string& default_namespace,
-              const ImportFlags& flags, IMofProgress* progress, WBEM_COMPILE_STATUS_INFO* info) {
+              const ImportFlags& flags, CComPtr<IMofProgress> progress, WBEM_COMPILE_STATUS_INFO* info) {
     MofOptions options;
     if (progress) options.progress = [&](size_t done, size_t total) { progress->Progress(done, total); };
     SERVICE_ASSIGN_OR_RETURN(const std::shared_ptr<Repository> repository,

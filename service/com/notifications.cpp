@@ -1,5 +1,7 @@
 #include "service/com/notifications.h"
 
+#include <new>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -40,32 +42,45 @@ class SinkReceiver final : public EventReceiver {
 
     void Deliver(std::vector<Instance> events) noexcept override {
         EnterApartment();
+        std::vector<CComPtr<IWbemClassObject>> objects;
+        std::vector<IWbemClassObject*> pointers;
         try {
-            std::vector<CComPtr<IWbemClassObject>> objects;
-            std::vector<IWbemClassObject*> pointers;
             for (Instance& event : events) {
                 objects.emplace_back(ClassObject::OfInstance(connection_, std::move(event)));
                 pointers.push_back(objects.back());
             }
+        } catch (const std::bad_alloc&) {
+            return Report(WBEM_E_QUEUE_OVERFLOW, "events were lost: there is no memory to deliver them");
+        }
+        try {
             sink_->Indicate(static_cast<long>(pointers.size()), pointers.data());
         } catch (...) {
-            Report({WBEM_E_QUEUE_OVERFLOW, "events were lost: there is no memory to deliver them"});
+            // An exception of the sink's own goes no further.
         }
     }
 
-    void Report(const Status& status) noexcept override {
+    void Report(int32_t code, std::string_view reason) noexcept override {
         EnterApartment();
-        CComBSTR reason;
         try {
-            Result<BSTR> text = MakeBstr(status.reason());
-            if (text.ok()) reason.Attach(*text);
+            CComBSTR text;
+            AttachText(reason, text);
+            sink_->SetStatus(WBEM_STATUS_COMPLETE, code, text, nullptr);
         } catch (...) {
-            // The code says enough.
+            // As above.
         }
-        sink_->SetStatus(WBEM_STATUS_COMPLETE, status.code(), reason, nullptr);
     }
 
  private:
+    // The code says enough where there is no memory for the text.
+    static void AttachText(std::string_view reason, CComBSTR& text) noexcept {
+        try {
+            Result<BSTR> made = MakeBstr(reason);
+            if (made.ok()) text.Attach(*made);
+        } catch (const std::bad_alloc&) {
+            return;
+        }
+    }
+
     static void EnterApartment() noexcept { static thread_local const Apartment apartment; }
 
     const ConnectionPtr connection_;

@@ -24,16 +24,18 @@ Result<Selection> Selection::Make(const Connection& connection, const WqlQuery& 
 
 Status Selection::Apply(std::vector<Instance>& instances) {
     size_t kept = 0;
+    Status fault;
     for (Instance& instance : instances) {
-        SERVICE_ASSIGN_OR_RETURN(const bool matches, condition_.Matches(instance));
-        if (!matches) continue;
+        Result<bool> matches = condition_.Matches(instance);
+        if (!matches.ok() && fault.ok()) fault = std::move(matches).status();
+        if (!matches.ok() || !*matches) continue;
         if (!properties_.empty() && instance.Stored())
             instance = Instance(Narrowed(instance.Class()), instance.Stored());
         if (&instances[kept] != &instance) instances[kept] = std::move(instance);
         ++kept;
     }
     instances.erase(instances.begin() + static_cast<std::ptrdiff_t>(kept), instances.end());
-    return {};
+    return fault;
 }
 
 // A stored instance reads the same with what is left of its class. System properties are always there.

@@ -26,7 +26,8 @@ class Selection {
     // The class behind FROM.
     const ClassPtr& Class() const noexcept { return condition_.Class(); }
 
-    // Removes the instances that do not match, and from the others what was not asked for.
+    // Removes the instances that do not match, and from the others what was not asked for. One that cannot be
+    // read is removed, too, and the first such fault is returned.
     Status Apply(std::vector<Instance>& instances);
 
  private:

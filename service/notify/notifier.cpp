@@ -32,7 +32,7 @@ struct Registry {
 
     const unsigned fork_count;
     std::mutex mutex;
-    std::map<std::string, std::shared_ptr<Notifier>> notifiers;
+    std::map<const void*, std::shared_ptr<Notifier>> notifiers;
 };
 
 Registry& TheRegistry() {
@@ -51,7 +51,7 @@ Registry& TheRegistry() {
 std::shared_ptr<Notifier> Notifier::Of(const std::shared_ptr<const Repository>& repository) {
     Registry& registry = TheRegistry();
     const std::lock_guard lock(registry.mutex);
-    std::shared_ptr<Notifier>& notifier = registry.notifiers[repository->Location()];
+    std::shared_ptr<Notifier>& notifier = registry.notifiers[repository->store()->Identity()];
     if (!notifier) notifier.reset(new Notifier(repository->store(), repository));
     return notifier;
 }
@@ -69,7 +69,7 @@ Status Notifier::Subscribe(const std::shared_ptr<const Repository>& repository, 
                                  if (ClassPtr event_class = FindEventClass(name)) return event_class;
                                  return repository->FindClass(space, name);
                              }));
-    WatchedClasses classes(repository, space, WqlEventFilter(query));
+    WatchedClasses classes(space, WqlEventFilter(query));
     uint64_t last = 0;
     SERVICE_RETURN_IF_ERROR(repository->Read([&](RepositoryReader& reader) {
         Status fault = classes.Learn(reader);
@@ -130,20 +130,26 @@ void Notifier::Run(const Watch& watch) {
     while (true) {
         // Before the look, or a change that comes right after it would not end the wait.
         const uint32_t signal = store_->ChangeSignal();
-        Entries entries;
-        {
-            const std::lock_guard lock(mutex_);
-            // The entries that come later are another thread's.
-            if (watch.is_ended) return;
-            entries = entries_;
+        std::chrono::nanoseconds patience = kShortestWithin;
+        try {
+            Entries entries;
+            {
+                const std::lock_guard lock(mutex_);
+                // The entries that come later are another thread's.
+                if (watch.is_ended) return;
+                entries = entries_;
+            }
+            patience = Patience(entries);
+            // What the look could not see the next one will; each subscription reports the faults it meets.
+            static_cast<void>(Look(entries));
+        } catch (const std::bad_alloc&) {
+            patience = kShortestWithin;
         }
-        // What the look could not see the next one will; each subscription reports the faults it meets.
-        static_cast<void>(Look(entries));
-        store_->WaitForChange(signal, Patience(entries));
+        store_->WaitForChange(signal, patience);
     }
 }
 
-std::chrono::nanoseconds Notifier::Patience(const Entries& entries) const {
+std::chrono::nanoseconds Notifier::Patience(const Entries& entries) noexcept {
     std::chrono::nanoseconds shortest = kLongestWithin;
     for (const std::shared_ptr<Entry>& entry : entries)
         shortest = std::min(shortest, entry->subscription->within());
@@ -152,11 +158,7 @@ std::chrono::nanoseconds Notifier::Patience(const Entries& entries) const {
 
 Status Notifier::Look(const Entries& entries) {
     if (entries.empty()) return {};
-    try {
-        return repository_->Read([&](RepositoryReader& reader) { return LookIn(reader, entries); });
-    } catch (const std::bad_alloc&) {
-        return {WBEM_E_OUT_OF_MEMORY, "there is no memory to look for changes"};
-    }
+    return repository_->Read([&](RepositoryReader& reader) { return LookIn(reader, entries); });
 }
 
 Status Notifier::LookIn(RepositoryReader& reader, const Entries& entries) {
@@ -170,7 +172,7 @@ Status Notifier::LookIn(RepositoryReader& reader, const Entries& entries) {
     if (seen == newest) return {};
     bool is_complete = true;
     Status fault;
-    SERVICE_RETURN_IF_ERROR(reader.ScanChanges(seen, is_complete, [&](const ChangeView& change) {
+    const Status scanned = reader.ScanChanges(seen, is_complete, [&](const ChangeView& change) {
         for (const std::shared_ptr<Entry>& entry : entries) {
             if (entry->is_concerned || change.number <= entry->seen) continue;
             const WatchedClasses::Watched* watched = nullptr;
@@ -179,9 +181,11 @@ Status Notifier::LookIn(RepositoryReader& reader, const Entries& entries) {
             entry->is_concerned = watched && watched->demand.MayMatch(change.key);
         }
         return is_complete;
-    }));
+    });
+    // Where not everything could be looked at, each subscription is to see for itself.
+    is_complete = is_complete && scanned.ok() && fault.ok();
     for (const std::shared_ptr<Entry>& entry : entries) {
-        if (entry->is_concerned || !is_complete || !fault.ok()) {
+        if (entry->is_concerned || !is_complete) {
             entry->subscription->LookUpTo(newest);
         } else {
             entry->subscription->Pass(entry->seen, newest);

@@ -71,7 +71,7 @@ class Notifier : public std::enable_shared_from_this<Notifier> {
 
     void Add(std::shared_ptr<Entry> entry);
     void Run(const Watch& watch);
-    std::chrono::nanoseconds Patience(const Entries& entries) const;
+    static std::chrono::nanoseconds Patience(const Entries& entries) noexcept;
     Status Look(const Entries& entries);
     Status LookIn(RepositoryReader& reader, const Entries& entries);
 

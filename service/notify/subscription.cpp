@@ -1,9 +1,11 @@
 #include "service/notify/subscription.h"
 
+#include <new>
 #include <utility>
 
 #include "service/model/no_destructor.h"
 #include "service/notify/event_classes.h"
+#include "service/store/fork.h"
 #include "service/store/record_codec.h"
 
 namespace service {
@@ -20,8 +22,8 @@ constexpr std::chrono::seconds kRetry{1};
 thread_local Subscription* t_delivering = nullptr;
 
 // Who waits for whom; see Subscription::waits_for_.
-std::mutex& WaitingMutex() {
-    static NoDestructor<std::mutex> mutex;
+ForkSafeMutex& WaitingMutex() {
+    static NoDestructor<ForkSafeMutex> mutex;
     return *mutex;
 }
 
@@ -62,20 +64,35 @@ void Subscription::Pass(uint64_t after, uint64_t up_to) {
 
 void Subscription::Run() {
     t_delivering = this;
-    uint64_t cursor = 0;
-    while (WaitForChanges(cursor)) {
-        Batch batch;
-        const Status fault = Collect(cursor, batch);
-        if (!fault.ok()) {
-            settings_.receiver->Report(fault);
-            std::unique_lock lock(mutex_);
-            changed_.wait_for(lock, kRetry, [this] { return is_cancelled_; });
-            continue;
+    bool goes_on = true;
+    while (goes_on) {
+        try {
+            goes_on = DeliverNext();
+        } catch (const std::bad_alloc&) {
+            settings_.receiver->Report(WBEM_E_OUT_OF_MEMORY, "there is no memory for the events");
+            goes_on = Rest();
         }
-        if (!HandOver(batch)) break;
     }
-    if (!is_abandoned_) settings_.receiver->Report({WBEM_E_CALL_CANCELLED, "the subscription was cancelled"});
+    if (!is_abandoned_) settings_.receiver->Report(WBEM_E_CALL_CANCELLED, "the subscription was cancelled");
+    settings_.receiver.reset();
     t_delivering = nullptr;
+}
+
+// False when the subscription is to end.
+bool Subscription::DeliverNext() {
+    uint64_t cursor = 0;
+    if (!WaitForChanges(cursor)) return false;
+    Batch batch;
+    const Status fault = Collect(cursor, batch);
+    if (fault.ok()) return HandOver(batch);
+    settings_.receiver->Report(fault.code(), fault.reason());
+    return Rest();
+}
+
+bool Subscription::Rest() {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kRetry, [this] { return is_cancelled_; });
+    return !is_cancelled_;
 }
 
 // False when the subscription is to end.
@@ -86,7 +103,7 @@ bool Subscription::WaitForChanges(uint64_t& cursor) {
     return !is_cancelled_;
 }
 
-bool Subscription::HandOver(Batch& batch) {
+bool Subscription::HandOver(Batch& batch) noexcept {
     {
         const std::lock_guard lock(mutex_);
         cursor_ = batch.last;
@@ -94,24 +111,20 @@ bool Subscription::HandOver(Batch& batch) {
         if (is_cancelled_) return false;
     }
     if (batch.has_gap) {
-        settings_.receiver->Report({WBEM_E_QUEUE_OVERFLOW,
-                                    "events were lost: more was changed than the change log keeps, and the "
-                                    "receiver had not taken the events before"});
+        settings_.receiver->Report(WBEM_E_QUEUE_OVERFLOW,
+                                   "events were lost: more was changed than the change log keeps, and the "
+                                   "receiver had not taken the events before");
     }
     if (!batch.events.empty()) settings_.receiver->Deliver(std::move(batch.events));
-    if (!batch.fault.ok()) settings_.receiver->Report(batch.fault);
+    if (!batch.fault.ok()) settings_.receiver->Report(batch.fault.code(), batch.fault.reason());
     return true;
 }
 
 Status Subscription::Collect(uint64_t after, Batch& batch) {
-    try {
-        return settings_.repository->Read([&](RepositoryReader& reader) {
-            batch = {};
-            return CollectIn(reader, after, batch);
-        });
-    } catch (const std::bad_alloc&) {
-        return {WBEM_E_OUT_OF_MEMORY, "there is no memory for the events"};
-    }
+    return settings_.repository->Read([&](RepositoryReader& reader) {
+        batch = {};
+        return CollectIn(reader, after, batch);
+    });
 }
 
 Status Subscription::CollectIn(RepositoryReader& reader, uint64_t after, Batch& batch) {

@@ -36,8 +36,8 @@ class EventReceiver {
     // In commit order. Must not throw.
     virtual void Deliver(std::vector<Instance> events) noexcept = 0;
     // WBEM_E_QUEUE_OVERFLOW when events were lost, WBEM_E_CALL_CANCELLED at the end, and other faults that
-    // keep the subscription from going on for now.
-    virtual void Report(const Status& status) noexcept = 0;
+    // keep the subscription from going on for now. There may be no memory.
+    virtual void Report(int32_t code, std::string_view reason) noexcept = 0;
 };
 
 class Subscription : public std::enable_shared_from_this<Subscription> {
@@ -73,6 +73,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     void Cancel();
 
     std::chrono::nanoseconds within() const noexcept { return settings_.within; }
+    // Until Cancel is called. The subscription's own thread lets it go.
     const std::shared_ptr<EventReceiver>& receiver() const noexcept { return settings_.receiver; }
 
  private:
@@ -84,11 +85,13 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     };
 
     void Run();
+    bool DeliverNext();
+    bool Rest();
     Status Collect(uint64_t after, Batch& batch);
     Status CollectIn(RepositoryReader& reader, uint64_t after, Batch& batch);
     Status Examine(RepositoryReader& reader, const ChangeView& change, Batch& batch);
     bool WaitForChanges(uint64_t& cursor);
-    bool HandOver(Batch& batch);
+    bool HandOver(Batch& batch) noexcept;
     bool WaitsInTurnFor(const Subscription* other) const;
 
     Settings settings_;

@@ -1,5 +1,7 @@
 #include "service/notify/watched_classes.h"
 
+#include "service/store/classes_of_a_moment.h"
+
 namespace service {
 
 Status WatchedClasses::Learn(RepositoryReader& reader) {
@@ -10,6 +12,7 @@ Status WatchedClasses::Learn(RepositoryReader& reader) {
         if (watched.definition == definition) continue;
         watched = {definition, filter_.OnClass(*definition)};
     }
+    embedded_ = std::make_shared<const ClassesOfAMoment>(all);
     generation_ = reader.SchemaGeneration();
     return {};
 }

@@ -1,7 +1,7 @@
 // WatchedClasses: what a subscription wants of the instances of each class, by the class's number in the
 // store.
 //
-//   WatchedClasses classes(repository, space, filter);
+//   WatchedClasses classes(space, filter);
 //   const WatchedClasses::Watched* watched = nullptr;
 //   if (Status fault = classes.Find(reader, change.class_id, watched); !fault.ok()) return fault;
 //   if (!watched || !watched->demand.MayMatch(change.key)) continue;  // no event of interest
@@ -32,26 +32,26 @@ class WatchedClasses {
         WqlEventFilter::Demand demand;
     };
 
-    WatchedClasses(std::shared_ptr<const Repository> repository, Namespace space, WqlEventFilter filter)
-        : repository_(std::move(repository)), space_(std::move(space)), filter_(std::move(filter)) {}
+    WatchedClasses(Namespace space, WqlEventFilter filter)
+        : space_(std::move(space)), filter_(std::move(filter)) {}
 
     // Learns the classes as they are now.
     Status Learn(RepositoryReader& reader);
 
     // Where the objects that instances of the class hold find their classes.
     std::shared_ptr<const ClassSource> EmbeddedClassesOf(const ClassDefinition& definition) const {
-        return repository_->ClassSourceFor(space_, definition);
+        return definition.HasObjects() ? embedded_ : nullptr;
     }
 
     // Null for a class of another namespace.
     Status Find(RepositoryReader& reader, uint32_t class_id, const Watched*& watched);
 
  private:
-    std::shared_ptr<const Repository> repository_;
     Namespace space_;
     WqlEventFilter filter_;
     std::optional<uint64_t> generation_;  // of the schema, when the classes were learnt
     std::unordered_map<uint32_t, Watched> classes_;
+    std::shared_ptr<const ClassSource> embedded_;
 };
 
 }  // namespace service

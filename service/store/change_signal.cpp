@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <ctime>
 #include <thread>
@@ -14,8 +15,7 @@ namespace service {
 namespace {
 
 constexpr size_t kFileBytes = 4096;
-constexpr uint32_t kWaiting = 1;
-constexpr uint32_t kOneMore = 2;
+constexpr std::chrono::milliseconds kWithoutSignal{100};
 
 static_assert(std::atomic<uint32_t>::is_always_lock_free &&
               sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
@@ -42,32 +42,26 @@ void ChangeSignal::Open(const std::string& path) noexcept {
 }
 
 uint32_t ChangeSignal::Read() const noexcept {
-    return word_ ? word_->load(std::memory_order_acquire) & ~kWaiting : 0;
+    return word_ ? word_->load(std::memory_order_acquire) : 0;
 }
 
+// The wake-up is asked for whether anybody waits or not: a note of that in the word would be lost with a
+// writer that is killed right here, and the next one would wake nobody.
 void ChangeSignal::Raise() noexcept {
     if (!word_) return;
-    uint32_t before = word_->load(std::memory_order_relaxed);
-    while (
-        !word_->compare_exchange_weak(before, (before + kOneMore) & ~kWaiting, std::memory_order_acq_rel)) {
-    }
-    if (before & kWaiting) Futex(word_, FUTEX_WAKE, INT_MAX, nullptr);
+    word_->fetch_add(1, std::memory_order_acq_rel);
+    Futex(word_, FUTEX_WAKE, INT_MAX, nullptr);
 }
 
 void ChangeSignal::Wait(uint32_t seen, std::chrono::nanoseconds timeout) noexcept {
     if (!word_) {
-        std::this_thread::sleep_for(timeout);
+        std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(timeout, kWithoutSignal));
         return;
     }
-    uint32_t now = word_->load(std::memory_order_acquire);
-    while ((now & ~kWaiting) == seen && !(now & kWaiting)) {
-        if (word_->compare_exchange_weak(now, now | kWaiting, std::memory_order_acq_rel)) now |= kWaiting;
-    }
-    if ((now & ~kWaiting) != seen) return;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const timespec limit{static_cast<time_t>(seconds.count()),
                          static_cast<long>((timeout - seconds).count())};
-    Futex(word_, FUTEX_WAIT, seen | kWaiting, &limit);
+    Futex(word_, FUTEX_WAIT, seen, &limit);
 }
 
 }  // namespace service

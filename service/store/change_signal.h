@@ -8,8 +8,9 @@
 //   signal.Wait(seen, std::chrono::seconds(1));  // returns at once when it was raised since
 //
 // It is a futex word in a small file. Nobody relies on it alone: a writer may die between its commit and the
-// signal, so a wait has an end, and whoever waits looks for itself then. Where the file cannot be had, waits
-// last their whole time. What the file holds does not matter, and neither does who was killed while using it.
+// signal, so a wait has an end, and whoever waits looks for itself then. Where the file cannot be had, a wait
+// ends after a tenth of a second, for whoever waits to look for itself. What the file holds does not matter,
+// and neither does who was killed while using it.
 //
 // Any thread of any process.
 #pragma once
@@ -36,7 +37,7 @@ class ChangeSignal {
     void Wait(uint32_t seen, std::chrono::nanoseconds timeout) noexcept;
 
  private:
-    std::atomic<uint32_t>* word_ = nullptr;  // bit 0: somebody may be waiting; the others: the number
+    std::atomic<uint32_t>* word_ = nullptr;
 };
 
 }  // namespace service

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "service/store/classes_of_a_moment.h"
 #include "service/store/record_codec.h"
 
 namespace service {
@@ -25,12 +26,17 @@ Result<InstanceCursor> InstanceCursor::Open(std::shared_ptr<const Repository> re
         }
         cursor.classes_.insert(cursor.classes_.begin(), std::move(top));
         std::vector<uint32_t> class_ids;
-        for (const ClassPtr& definition : cursor.classes_)
+        bool has_objects = false;
+        for (const ClassPtr& definition : cursor.classes_) {
             class_ids.push_back(definition->Id());
+            has_objects = has_objects || definition->HasObjects();
+        }
+        if (has_objects) {
+            SERVICE_ASSIGN_OR_RETURN(SchemaCache::ClassList all, reader.Classes(space));
+            cursor.embedded_ = std::make_shared<const ClassesOfAMoment>(std::move(all));
+        }
         return reader.BeginScan(cursor.scan_, std::move(class_ids));
     }));
-    for (const ClassPtr& definition : cursor.classes_)
-        cursor.embedded_.push_back(cursor.repository_->ClassSourceFor(space, *definition));
     return cursor;
 }
 
@@ -40,7 +46,7 @@ Status InstanceCursor::Read(size_t count, std::vector<Instance>& instances) {
     Status damaged;
     SERVICE_RETURN_IF_ERROR(repository_->Read([&](RepositoryReader& reader) {
         return reader.ContinueScan(scan_, [&](size_t class_index, std::string_view record) {
-            Result<Instance> instance = DecodeInstance(classes_[class_index], record, embedded_[class_index]);
+            Result<Instance> instance = DecodeInstance(classes_[class_index], record, embedded_);
             if (!instance.ok()) {
                 if (damaged.ok()) damaged = std::move(instance).status();
                 return false;

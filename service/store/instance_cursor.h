@@ -43,8 +43,7 @@ class InstanceCursor {
 
     std::shared_ptr<const Repository> repository_;
     std::vector<ClassPtr> classes_;
-    std::vector<std::shared_ptr<const ClassSource>>
-        embedded_;  // for each class, null where it has no objects
+    std::shared_ptr<const ClassSource> embedded_;  // null where no class has objects
     InstanceScan scan_;
 };
 

@@ -152,6 +152,29 @@ Status AllocateLockFile(const std::string& directory, unsigned max_readers) {
     return code == 0 || code == EOPNOTSUPP || code == EINVAL ? Status() : SystemFault(code, what);
 }
 
+// Takes the standard descriptors that the program has closed while it lives: what is printed or logged must
+// not get into the store's files.
+class StandardDescriptors {
+ public:
+    StandardDescriptors() noexcept {
+        for (int fd = 0; fd >= 0 && fd <= STDERR_FILENO;) {
+            fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+            if (fd >= 0 && fd <= STDERR_FILENO) taken_[count_++] = fd;
+            if (fd > STDERR_FILENO) close(fd);
+        }
+    }
+    ~StandardDescriptors() {
+        while (count_ > 0)
+            close(taken_[--count_]);
+    }
+    StandardDescriptors(const StandardDescriptors&) = delete;
+    StandardDescriptors& operator=(const StandardDescriptors&) = delete;
+
+ private:
+    std::array<int, STDERR_FILENO + 1> taken_{};
+    size_t count_ = 0;
+};
+
 // So that a store that was just made is still there after a power failure.
 void SyncDirectory(const std::string& directory) noexcept {
     for (const std::string& path : {directory, directory + "/.."}) {
@@ -178,12 +201,12 @@ bool LmdbEnvironment::IsAbandoned() const noexcept {
     return fork_count_ != ForkCount();
 }
 
-bool LmdbEnvironment::IsInPlace() const noexcept {
+bool LmdbEnvironment::IsOf(const std::string& directory) const noexcept {
     int fd = -1;
     struct stat used {};
     struct stat found {};
     return mdb_env_get_fd(env_, &fd) == 0 && fstat(fd, &used) == 0 &&
-           stat((directory_ + "/data.mdb").c_str(), &found) == 0 && used.st_dev == found.st_dev &&
+           stat((directory + "/data.mdb").c_str(), &found) == 0 && used.st_dev == found.st_dev &&
            used.st_ino == found.st_ino;
 }
 
@@ -199,8 +222,9 @@ Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string
     const std::lock_guard lock(registry.mutex);
     auto& environments = registry.environments[{facts.st_dev, facts.st_ino}];
     // A directory that was removed and made again may have the inode of the one before.
-    if (!environments.empty() && environments.back()->IsInPlace()) return environments.back();
+    if (!environments.empty() && environments.back()->IsOf(directory)) return environments.back();
 
+    const StandardDescriptors taken;
     auto environment = std::shared_ptr<LmdbEnvironment>(new LmdbEnvironment(directory, options));
     environments.reserve(environments.size() + 1);
     SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
@@ -539,8 +563,9 @@ Status LmdbEnvironment::Grow(size_t full_bytes) {
     return code == 0 ? Status() : StatusOf(code, "the store " + directory_ + " cannot grow");
 }
 
-void ThreadInside::Enter(const LmdbEnvironment& environment) noexcept {
+void ThreadInside::Enter(const LmdbEnvironment& environment, bool is_writer) noexcept {
     environment_ = &environment;
+    is_writer_ = is_writer;
     outer_ = std::exchange(t_inside, this);
 }
 
@@ -551,6 +576,13 @@ void ThreadInside::Leave() noexcept {
 bool ThreadInside::IsWithin(const LmdbEnvironment& environment) noexcept {
     for (const ThreadInside* each = t_inside; each; each = each->outer_) {
         if (each->environment_ == &environment) return true;
+    }
+    return false;
+}
+
+bool ThreadInside::IsWriting(const LmdbEnvironment& environment) noexcept {
+    for (const ThreadInside* each = t_inside; each; each = each->outer_) {
+        if (each->environment_ == &environment && each->is_writer_) return true;
     }
     return false;
 }
@@ -566,11 +598,17 @@ Status ReadTransaction::Begin() {
     if (code != 0) {
         return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be read");
     }
-    inside_.Enter(environment_);
+    inside_.Enter(environment_, false);
     return {};
 }
 
+// A thread that writes already would wait for itself, and every other writer for it.
 Status WriteTransaction::Begin() {
+    if (ThreadInside::IsWriting(environment_)) {
+        return {WBEM_E_UNEXPECTED, "the store " + environment_.directory() +
+                                       " is being written to by this very thread: what is called within an "
+                                       "import may not write"};
+    }
     int code = environment_.BeginWrite(txn_);
     while (code == MDB_MAP_RESIZED && !ThreadInside::IsWithin(environment_)) {
         code = environment_.Resize(0);
@@ -579,7 +617,7 @@ Status WriteTransaction::Begin() {
     if (code != 0) {
         return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be written to");
     }
-    inside_.Enter(environment_);
+    inside_.Enter(environment_, true);
     return {};
 }
 

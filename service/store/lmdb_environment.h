@@ -90,8 +90,8 @@ class LmdbEnvironment {
     // Whether the process was forked since: the environment must be opened anew.
     bool IsAbandoned() const noexcept;
 
-    // Whether the directory still has the data file that this environment uses.
-    bool IsInPlace() const noexcept;
+    // Whether the data file that this environment uses is that of the directory.
+    bool IsOf(const std::string& directory) const noexcept;
 
     ChangeSignal& signal() noexcept { return signal_; }
 
@@ -157,14 +157,16 @@ class ThreadInside {
     ThreadInside(const ThreadInside&) = delete;
     ThreadInside& operator=(const ThreadInside&) = delete;
 
-    void Enter(const LmdbEnvironment& environment) noexcept;
+    void Enter(const LmdbEnvironment& environment, bool is_writer) noexcept;
     void Leave() noexcept;
 
     static bool IsWithin(const LmdbEnvironment& environment) noexcept;
+    static bool IsWriting(const LmdbEnvironment& environment) noexcept;
 
  private:
     const LmdbEnvironment* environment_ = nullptr;
     const ThreadInside* outer_ = nullptr;
+    bool is_writer_ = false;
 };
 
 class ReadTransaction {

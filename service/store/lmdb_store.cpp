@@ -17,7 +17,6 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #define XXH_INLINE_ALL
@@ -516,16 +515,17 @@ class LmdbStore final : public Store {
 
     void WaitForChange(uint32_t seen, std::chrono::nanoseconds timeout) override {
         LmdbEnvironment* environment = nullptr;
-        if (Environment(environment).ok()) {
-            environment->signal().Wait(seen, timeout);
-        } else {
-            std::this_thread::sleep_for(timeout);
-        }
+        if (Environment(environment).ok()) environment->signal().Wait(seen, timeout);
     }
 
     void RaiseChangeSignal() override {
         LmdbEnvironment* environment = nullptr;
         if (Environment(environment).ok()) environment->signal().Raise();
+    }
+
+    const void* Identity() override {
+        LmdbEnvironment* environment = nullptr;
+        return Environment(environment).ok() ? environment : nullptr;
     }
 
     const std::string& Location() const noexcept override { return directory_; }

@@ -109,6 +109,10 @@ class Store {
     virtual void WaitForChange(uint32_t seen, std::chrono::nanoseconds timeout) = 0;
     virtual void RaiseChangeSignal() = 0;
 
+    // Tells apart the stores that this process has open: the same for two objects of one store, another one
+    // for a store that was removed and made again in the same place. Null for one that cannot be used.
+    virtual const void* Identity() = 0;
+
     // The directory or address, for messages.
     virtual const std::string& Location() const noexcept = 0;
 };

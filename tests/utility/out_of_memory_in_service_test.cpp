@@ -145,6 +145,39 @@ TEST_F(OutOfMemoryInService, GetInstances) {
     }
 }
 
+// An enumeration that says it has come to its end has shown everything.
+TEST_F(OutOfMemoryInService, EnumerationsAreNeverShortInSilence) {
+    CComPtr<IWbemLocator> locator;
+    CComPtr<IWbemServices> services;
+    ASSERT_EQ(locator.CoCreateInstance(CLSID_WbemLocator), S_OK);
+    ASSERT_EQ(locator->ConnectServer(CComBSTR(L"root\\Test"), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                     &services),
+              S_OK);
+    constexpr ULONG kCount = 60;
+    CMgmtClass instances(L"Cls", true);
+    for (ULONG i = 1; i < kCount; ++i)
+        delete instances.CreateInstance(std::to_wstring(i).c_str());
+    const CComBSTR language(L"WQL"), query(L"SELECT DisplayName FROM Cls WHERE INSTANCE_ID <> 'none'");
+    const auto list = [&] {
+        CComPtr<IEnumWbemClassObject> found;
+        if (services->ExecQuery(language, query, 0, nullptr, &found) != S_OK) return false;
+        ULONG seen = 0;
+        HRESULT result = S_OK;
+        while (result == S_OK || result == WBEM_S_TIMEDOUT) {
+            IWbemClassObject* objects[7] = {};
+            ULONG returned = 0;
+            result = found->Next(WBEM_INFINITE, 7, objects, &returned);
+            EXPECT_TRUE(SUCCEEDED(result) || returned == 0) << "objects that nobody would release";
+            for (ULONG i = 0; i < returned; ++i)
+                objects[i]->Release();
+            seen += returned;
+        }
+        EXPECT_TRUE(FAILED(result) || seen == kCount);
+        return result == WBEM_S_FALSE;
+    };
+    FailAtEachAllocation(list, [] {});
+}
+
 TEST_F(OutOfMemoryInService, CreateInstance) {
     int number = 0;
     CMgmtClass instances(L"Cls", true);

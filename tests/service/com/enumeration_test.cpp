@@ -178,6 +178,31 @@ TEST_F(EnumerationTest, ClassesMayChangeMeanwhile) {
     EXPECT_THAT(All(L"Policy"), IsEmpty());
 }
 
+// The classes of embedded objects, too.
+TEST_F(EnumerationTest, ClassesOfEmbeddedObjectsMayGo) {
+    std::string instances = "class Part { sint32 N; }; class Holder { [key] string ID; Part Inside; };";
+    for (int i = 0; i < 40; ++i) {
+        instances += "instance of Holder { ID = \"" + std::to_string(i) +
+                     "\"; Inside = instance of Part { N = 1; }; };";
+    }
+    ASSERT_CODE(S_OK, Import(instances));
+    EnumPointer found;
+    ASSERT_CODE(S_OK,
+                services->ExecQuery(CComBSTR(L"WQL"), CComBSTR(L"SELECT * FROM Holder WHERE Inside.N = 1"), 0,
+                                    nullptr, &found));
+    for (int i = 0; i < 40; ++i)
+        EXPECT_CODE(S_OK, DeleteInstance(L"Holder.ID=\"" + std::to_wstring(i) + L"\""));
+    for (const wchar_t* name : {L"Holder", L"Part"})
+        ASSERT_CODE(S_OK, services->DeleteClass(CComBSTR(name), 0, nullptr, nullptr));
+    int seen = 0;
+    ObjectPointer object;
+    for (ULONG returned = 0; found->Next(WBEM_INFINITE, 1, &object, &returned) == S_OK; ++seen) {
+        EXPECT_EQ(Show(object, L"Inside"), "UNKNOWN object");
+        object.Release();
+    }
+    EXPECT_EQ(seen, 40);
+}
+
 class QueryTest : public EnumerationTest {
  protected:
     QueryTest() {

@@ -1,4 +1,5 @@
 // How a compilation tells how far it has come.
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,9 +19,11 @@ class Listener final : public IMofProgress {
     ULONG STDMETHODCALLTYPE Release() override { return --references; }
     HRESULT STDMETHODCALLTYPE Progress(ULONGLONG done, ULONGLONG total) override {
         heard.emplace_back(done, total);
+        if (on_progress) on_progress();
         return S_OK;
     }
 
+    std::function<void()> on_progress;
     ULONG references = 1;
     std::vector<std::pair<ULONGLONG, ULONGLONG>> heard;
 };
@@ -64,6 +67,28 @@ TEST_F(MofProgress, IsToldNowAndThenAndAtTheEnd) {
     EXPECT_EQ(listener.references, 1u);
     EXPECT_CODE(S_OK, Compile(*compiler, "instance of A { ID = \"more\"; };"));
     EXPECT_TRUE(listener.heard.empty());
+}
+
+// The thread holds the store's lock for writing: it must not wait for it.
+TEST_F(MofProgress, WhoIsToldMustNotWrite) {
+    ASSERT_EQ(Import("class A { [key] string ID; };"), S_OK);
+    CComPtr<IMofCompiler> compiler;
+    ASSERT_EQ(compiler.CoCreateInstance(CLSID_MofCompiler), S_OK);
+    CComPtr<IMofProgressSource> source;
+    ASSERT_EQ(compiler.QueryInterface(&source), S_OK);
+    Listener listener;
+    int refused = 0;
+    listener.on_progress = [&] {
+        const ObjectPointer instance = Spawn(L"A");
+        PutValue(instance, L"ID", Text(L"within"));
+        if (PutInstance(instance) == WBEM_E_UNEXPECTED) ++refused;
+        source->SetProgress(nullptr);
+    };
+    source->SetProgress(&listener);
+    EXPECT_EQ(Compile(*compiler, "instance of A { ID = \"imported\"; };"), S_OK);
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(Show(Get(L"A.ID=\"imported\""), L"ID"), "BSTR imported");
+    EXPECT_EQ(listener.references, 1U);
 }
 
 }  // namespace

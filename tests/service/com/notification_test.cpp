@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -101,9 +102,7 @@ class NotificationTest : public ServiceClient {
         EXPECT_EQ(live_, 0) << "a sink was not let go";
     }
 
-    CComPtr<Sink> MakeSink() {
-        return CComPtr<Sink>(new Sink(live_));
-    }
+    CComPtr<Sink> MakeSink() { return CComPtr<Sink>(new Sink(live_)); }
 
     HRESULT Subscribe(const wchar_t* query, IWbemObjectSink* sink, const wchar_t* language = L"WQL") {
         return services->ExecNotificationQueryAsync(CComBSTR(language), CComBSTR(query),
@@ -288,6 +287,24 @@ TEST_F(NotificationTest, ClassesMayComeAndGo) {
     EXPECT_CODE(S_OK, DeleteInstance(L"NewPolicy.ID=\"n\""));
     ASSERT_CODE(S_OK, services->DeleteClass(CComBSTR(L"NewPolicy"), 0, nullptr, nullptr));
     EXPECT_THAT(all->WaitForEvents(2), ElementsAre("Creation n 1", "Deletion n 1"));
+}
+
+// Subscriptions belong to the store that is there now, not to one that was removed.
+TEST_F(NotificationTest, TheStoreMayBeRemovedAndMadeAgain) {
+    const auto before = Subscribed(L"SELECT * FROM __InstanceCreationEvent");
+    std::filesystem::rename(store, store + "-old");
+    services.Release();
+    ASSERT_CODE(S_OK, Import("class Policy { [key] string ID; sint32 Days = 7; };"));
+    const auto after = Subscribed(L"SELECT * FROM __InstanceCreationEvent");
+    PutPolicy(L"new", 1);
+    EXPECT_THAT(after->WaitForEvents(1), ElementsAre("Creation new 1"));
+    EXPECT_THAT(before->WaitForEvents(0), IsEmpty());
+    EXPECT_CODE(WBEM_E_NOT_FOUND, services->CancelAsyncCall(before)) << "it is another store's";
+    ServicesPointer old;
+    setenv("MGMT_STORE", (store + "-old").c_str(), 1);
+    ASSERT_CODE(S_OK, Connect(kNamespace, old));
+    EXPECT_CODE(S_OK, old->CancelAsyncCall(before));
+    setenv("MGMT_STORE", store.c_str(), 1);
 }
 
 TEST_F(NotificationTest, StartedAndStoppedWhileEventsFlow) {

@@ -111,7 +111,7 @@ TEST_F(InstanceScanTest, ShowsTheStateItBeganWith) {
                 seen_by_copy = seen;
             }
         }
-        EXPECT_EQ(seen , expected) << "round " << round;
+        EXPECT_EQ(seen, expected) << "round " << round;
         if (!copy) continue;
         seen_by_copy.merge(ReadAll(*copy));
         EXPECT_TRUE(seen_by_copy == expected) << "the copy in round " << round;

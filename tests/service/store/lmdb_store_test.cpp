@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -459,6 +461,24 @@ TEST_F(LmdbStoreTest, AStoreMadeAgainIsAnotherStore) {
         Put(*newer, 1, "n", "newer");
         EXPECT_EQ(RunInChild([&] { return Get(*Open(), 1, "n") == "newer" ? 0 : 1; }), 0);
         std::filesystem::remove_all(path);
+    }
+}
+
+// What a program prints after it has closed its standard descriptors must not get into the store.
+TEST_F(LmdbStoreTest, StandardDescriptorsAreLeftAlone) {
+    for (const bool is_there : {false, true}) {
+        EXPECT_EQ(RunInChild([&] {
+                      for (const int fd : {0, 1, 2})
+                          close(fd);
+                      const auto store = OpenStore(path);
+                      for (const int fd : {0, 1, 2}) {
+                          if (fcntl(fd, F_GETFD) != -1 || write(fd, "text", 4) != -1) return 2;
+                      }
+                      Put(*store, 1, "key", is_there ? "again" : "first");
+                      return testing::Test::HasFailure() ? 1 : 0;
+                  }),
+                  0);
+        EXPECT_EQ(Get(*Open(), 1, "key"), is_there ? "again" : "first");
     }
 }
 
