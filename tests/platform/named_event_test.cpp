@@ -545,4 +545,20 @@ TEST_F(EventFileTest, ProcessWithoutFreeFilesGetsNoNamedEvent) {
               0);
 }
 
+// What a program prints after it has closed its standard descriptors must not get into the event.
+TEST_F(EventFileTest, StandardDescriptorsAreLeftAlone) {
+    EXPECT_EQ(RunInChild([&] {
+                  for (const int fd : {0, 1, 2})
+                      close(fd);
+                  const Handle event = CreateManual(name_);
+                  const Handle again(OpenEventW(EVENT_MODIFY_STATE, FALSE, name_.c_str()));
+                  if (!event || !again) return 1;
+                  for (const int fd : {0, 1, 2}) {
+                      if (write(fd, "text", 4) != -1) return 2;
+                  }
+                  return OpenError(name_) == 0 ? 0 : 3;
+              }),
+              0);
+}
+
 }  // namespace
