@@ -115,6 +115,25 @@ background=()
 indent < "$scratch/a"
 indent < "$scratch/b"
 
+say 'A process that watches is told what the others do, as they do it'
+note '$ mgmtctl watch RetentionPolicy --id watched --count 8 &'
+timeout 60 mgmtctl watch RetentionPolicy --id watched --count 8 > "$scratch/watch" 2> "$scratch/watching" & watcher=$!
+background=("$watcher")
+until grep -q '^watching' "$scratch/watching"; do
+    kill -0 "$watcher" 2> /dev/null || fail "the watch ended: $(cat "$scratch/watching")"
+    sleep 0.05
+done
+run mgmtctl create RetentionPolicy watched 'DisplayName=Written by two'
+note '$ policy_writer watched A 3 &  policy_writer watched B 3 &'
+policy_writer watched A 3 > /dev/null & background+=($!)
+policy_writer watched B 3 > /dev/null & background+=($!)
+wait "${background[@]:1}"
+run mgmtctl delete RetentionPolicy watched
+wait "$watcher" || fail 'the watch did not see all of it'
+background=()
+note 'What the watching process printed meanwhile:'
+indent < "$scratch/watch"
+
 say 'A writer is killed in the middle of its work'
 note '$ policy_writer shared C 0 &  kill -9 its process'
 policy_writer shared C 0 & writer=$!

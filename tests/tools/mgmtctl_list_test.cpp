@@ -84,6 +84,7 @@ TEST_F(Listing, ShowsTheInstancesOfAClassAndOfThoseBelow) {
     EXPECT_EQ(Run({"count", "Thing", "--shallow"}).out, "3\n");
     EXPECT_EQ(Run({"count", "Empty"}).out, "0\n");
     EXPECT_THAT(Run({"list", "__Namespace", "-n", "root"}).out, HasSubstr("Vantrel"));
+    ExpectRefused({"count", "Thing", "--where", ""}, 2, "the condition must not be empty");
     ExpectRefused({"list", "Nope"}, 1, "there is no class Nope");
     ExpectRefused({"count", "Nope"}, 1, "there is no class Nope");
     ExpectRefused({"-n", "root/Nowhere", "list", "Thing"}, 1, "root\\Nowhere");

@@ -7,6 +7,8 @@
 
 #include "tools/mgmtctl/arguments.h"
 #include "tools/mgmtctl/datetime.h"
+#include "tools/mgmtctl/event_query.h"
+#include "tools/mgmtctl/event_time.h"
 #include "tools/mgmtctl/failure.h"
 #include "tools/mgmtctl/import_progress.h"
 #include "tools/mgmtctl/instance_path.h"
@@ -49,6 +51,35 @@ TEST(Text, MeasuresColumnsNotBytes) {
     EXPECT_EQ(DisplayWidth("abc"), 3u);
     EXPECT_EQ(DisplayWidth("äöü"), 3u);
     EXPECT_EQ(DisplayWidth("漢字"), 4u);
+}
+
+TEST(EventTime, IsThatOfThePlace) {
+    constexpr std::uint64_t EPOCH = 116'444'736'000'000'000;
+    const std::string before = getenv("TZ") != nullptr ? getenv("TZ") : "";
+    setenv("TZ", "XST-05:30", 1);
+    tzset();
+    EXPECT_EQ(IsoTime(EPOCH + 12'345'678), "1970-01-01T05:30:01.234567+05:30");
+    EXPECT_EQ(ClockTime(EPOCH + 9'999'999), "05:30:00.999");
+    setenv("TZ", "XST03:30", 1);
+    tzset();
+    EXPECT_EQ(IsoTime(EPOCH - 1), "1969-12-31T20:29:59.999999-03:30");
+    EXPECT_THAT(IsoTime(TicksNow()), testing::StartsWith("20"));
+    before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
+    tzset();
+}
+
+TEST(EventQuery, AsksForWhatIsWatchedAndNothingElse) {
+    using enum EventKind;
+    const std::wstring every =
+        L"SELECT * FROM __InstanceOperationEvent WITHIN 1 WHERE TargetInstance ISA \"Policy\"";
+    EXPECT_EQ(EventQuery(L"Policy", L"", {}), every);
+    EXPECT_EQ(EventQuery(L"Policy", L"", {CREATED, MODIFIED, DELETED}), every);
+    EXPECT_EQ(EventQuery(L"Policy", L"a\"b\\", {}),
+              every + L" AND TargetInstance.INSTANCE_ID = \"a\\\"b\\\\\"");
+    EXPECT_EQ(EventQuery(L"Policy", L"", {CREATED, DELETED}),
+              every + L" AND __CLASS <> \"__InstanceModificationEvent\"");
+    EXPECT_EQ(EventQuery(L"Policy", L"", {DELETED}),
+              L"SELECT * FROM __InstanceDeletionEvent WITHIN 1 WHERE TargetInstance ISA \"Policy\"");
 }
 
 TEST(Datetime, TakesIsoTextAndKeepsTheOffset) {

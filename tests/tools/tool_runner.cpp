@@ -1,6 +1,5 @@
 #include "tests/tools/tool_runner.h"
 
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -90,8 +89,8 @@ bool RunningTool::IsRunning() {
     return !has_ended_;
 }
 
-void RunningTool::Interrupt() const {
-    kill(process_, SIGINT);
+void RunningTool::Interrupt(int signal) const {
+    kill(process_, signal);
 }
 
 int RunningTool::Finish() {

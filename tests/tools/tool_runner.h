@@ -6,6 +6,7 @@
 // One test, one thread.
 #pragma once
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -35,7 +36,7 @@ class RunningTool {
     // One line without its end; empty at the end of the output.
     std::string ReadLine();
     bool IsRunning();
-    void Interrupt() const;
+    void Interrupt(int signal = SIGINT) const;
 
     // Waits for the end: the exit code, -1 where a signal ended it.
     int Finish();

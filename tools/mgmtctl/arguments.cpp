@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <initializer_list>
 #include <map>
 #include <optional>
@@ -36,6 +37,8 @@ constexpr const char* FOOTER = R"(Examples:
   mgmtctl set RetentionPolicy mail KeepDays=30 'Tags=["hr","legal"]' Note=null
   mgmtctl set RetentionPolicy new DisplayName=New --create
   mgmtctl delete RetentionPolicy new
+  mgmtctl watch RetentionPolicy            show what others change, as it happens, until Ctrl-C
+  mgmtctl reload-event wait                wait until a process of the product asks for a reload
 
 The data lie in a store on this machine; the environment variable MGMT_STORE names its folder.
 Exit codes: 0 done, 1 the operation failed, 2 the command line makes no sense.)";
@@ -63,6 +66,16 @@ width, but for --full. When the reader of the output goes away (| head), the lis
 Conditions, as in --where "KeepDays > 30 AND DisplayName LIKE 'Mail%'":
   = != <> < > <= >=   LIKE 'a%' '_b' '[a-f]%'   IS NULL   IS NOT NULL   AND OR NOT ( )
   Texts stand in quotes and compare without regard to case; __CLASS ISA "Policy" asks for a class.)";
+
+constexpr const char* WATCH_FOOTER =
+    R"(Examples:
+  mgmtctl watch Policy                               all that happens to policies, of subclasses too
+  mgmtctl watch RetentionPolicy --id mail --on modify
+  mgmtctl watch Mailbox --on create,delete --json    one object a line
+  mgmtctl watch --query 'SELECT * FROM __InstanceModificationEvent WHERE TargetInstance ISA "RetentionPolicy"
+    AND TargetInstance.KeepDays < 30 AND PreviousInstance.KeepDays >= 30'
+Shows what is changed from when it says "watching". What comes faster than it can be shown is kept by the
+service up to a limit; where that is exceeded, the watch says that events were lost and goes on.)";
 
 constexpr const char* GET_FOOTER =
     R"(An id that begins with a dash, or is "++", comes after "--": mgmtctl get RetentionPolicy -- -1)";
@@ -108,6 +121,8 @@ class CommandLine {
         CLI::App& remove = Add(Command::DELETE_INSTANCE, "delete", "Delete an instance");
         AddClass(remove, arguments_);
         AddId(remove, arguments_);
+        AddWatch();
+        AddReloadEvent();
     }
 
     Arguments Read(int argc, const char* const* argv) {
@@ -120,12 +135,18 @@ class CommandLine {
         ReadTarget();
         ReadAssignments();
         ReadListing();
+        ReadWatch();
+        if (timeout_text_) arguments_.timeout = ReadSeconds(*timeout_text_);
         return std::move(arguments_);
     }
 
  private:
     CLI::App& Add(Command command, const char* name, const char* description) {
-        CLI::App& app = *app_.add_subcommand(name, description);
+        return AddTo(app_, command, name, description);
+    }
+
+    CLI::App& AddTo(CLI::App& parent, Command command, const char* name, const char* description) {
+        CLI::App& app = *parent.add_subcommand(name, description);
         AddCommonOptions(app, arguments_, namespace_text_);
         commands_[command] = &app;
         return app;
@@ -166,8 +187,12 @@ class CommandLine {
     // Which instances of a class.
     void AddSelection(CLI::App& app) {
         AddClass(app, arguments_);
+        // A script's empty variable must not stand for all instances.
         app.add_option("--where", arguments_.where, "Only the instances for which this holds")
-            ->type_name("CONDITION");
+            ->type_name("CONDITION")
+            ->each([](const std::string& condition) {
+                if (condition.empty()) throw UsageFailure("the condition must not be empty");
+            });
         CLI::Option* const shallow =
             app.add_flag("--shallow", arguments_.is_shallow, "Only instances of the class itself");
         app.add_flag("--deep", is_deep_, "Those of its subclasses, too: the default")->excludes(shallow);
@@ -228,6 +253,36 @@ class CommandLine {
         set.add_flag("--create", arguments_.is_create, "Make the instance if it does not exist");
     }
 
+    void AddWatch() {
+        CLI::App& watch = Add(Command::WATCH, "watch", "Show what happens to instances, as it happens");
+        CLI::Option* const class_name =
+            watch.add_option("CLASS", arguments_.class_name, "The class; those below it count, too");
+        class_name->type_name("");
+        watch.add_option("--id", watched_id_, "Only the instance with this INSTANCE_ID")
+            ->type_name("ID")
+            ->needs(class_name);
+        watch.add_option("--on", kinds_text_, "Only these of create, modify and delete")
+            ->type_name("KIND,...")
+            ->needs(class_name);
+        watch.add_option("--query", watch_query_, "The events that this query asks for")
+            ->type_name("QUERY")
+            ->excludes(class_name);
+        watch.add_option("--count", event_count_text_, "End after this many events")->type_name("NUMBER");
+        AddFull(watch);
+        watch.footer(WATCH_FOOTER);
+    }
+
+    void AddReloadEvent() {
+        CLI::App& reload = *app_.add_subcommand(
+            "reload-event", "Wait for, or signal, the event that has the product's processes reload");
+        reload.require_subcommand(1);
+        CLI::App& wait =
+            AddTo(reload, Command::WAIT_FOR_RELOAD, "wait", "Wait until the event is signalled once");
+        wait.add_option("--timeout", timeout_text_, "Fail when it is not within this time")
+            ->type_name("SECONDS");
+        AddTo(reload, Command::SIGNAL_RELOAD, "signal", "Signal the event; one of those who wait is let on");
+    }
+
     void Parse(int argc, const char* const* argv) {
         try {
             app_.parse(argc, argv);
@@ -255,7 +310,8 @@ class CommandLine {
         const bool has_id = IsAnyOf({Command::CREATE, Command::SET, Command::DELETE_INSTANCE}) || is_id_given;
         if (has_id && arguments_.id.empty()) throw UsageFailure("the id must not be empty");
         const bool may_lack_class =
-            IsAnyOf({Command::IMPORT, Command::NAMESPACES, Command::CLASSES, Command::QUERY});
+            IsAnyOf({Command::IMPORT, Command::NAMESPACES, Command::CLASSES, Command::QUERY, Command::WATCH,
+                     Command::WAIT_FOR_RELOAD, Command::SIGNAL_RELOAD});
         if (!may_lack_class && arguments_.class_name.empty() && arguments_.path.empty())
             throw UsageFailure("the class must not be empty");
         if (arguments_.command == Command::QUERY && arguments_.query.empty())
@@ -274,8 +330,8 @@ class CommandLine {
     }
 
     void ReadListing() {
-        if (limit_text_) arguments_.listing.limit = ReadCount(*limit_text_);
-        if (properties_text_) arguments_.listing.properties = SplitNames(*properties_text_);
+        if (limit_text_) arguments_.listing.limit = ReadCount(*limit_text_, "instances");
+        if (properties_text_) arguments_.listing.properties = SplitNames(*properties_text_, "properties");
         if (!sort_text_) return;
         const std::size_t colon = sort_text_->find(':');
         arguments_.listing.sort = sort_text_->substr(0, colon);
@@ -285,23 +341,57 @@ class CommandLine {
         arguments_.listing.is_descending = order == "desc";
     }
 
-    static std::size_t ReadCount(const std::string& text) {
+    void ReadWatch() {
+        if (arguments_.command != Command::WATCH) return;
+        if (watch_query_) arguments_.query = *watch_query_;
+        if (watched_id_) arguments_.id = *watched_id_;
+        if (arguments_.class_name.empty() && arguments_.query.empty())
+            throw UsageFailure("watch needs a CLASS, or a --query");
+        if (watched_id_ && arguments_.id.empty()) throw UsageFailure("the id must not be empty");
+        if (kinds_text_) ReadKinds(*kinds_text_);
+        if (!event_count_text_) return;
+        arguments_.event_count = ReadCount(*event_count_text_, "events");
+        if (arguments_.event_count == 0) throw UsageFailure("to watch no event makes no sense");
+    }
+
+    void ReadKinds(const std::string& text) {
+        const std::map<std::string, EventKind> kinds = {
+            {"create", EventKind::CREATED}, {"modify", EventKind::MODIFIED}, {"delete", EventKind::DELETED}};
+        for (const std::string& name : SplitNames(text, "kinds")) {
+            const auto kind = kinds.find(name);
+            if (kind == kinds.end())
+                throw UsageFailure("\"" + name + "\" is none of create, modify and delete");
+            arguments_.kinds.insert(kind->second);
+        }
+    }
+
+    static std::chrono::milliseconds ReadSeconds(const std::string& text) {
+        constexpr double MOST = 1e9;
+        double seconds = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, fault] = std::from_chars(text.data(), end, seconds);
+        const bool is_time = fault == std::errc() && stop == end && seconds >= 0 && seconds <= MOST;
+        if (!is_time) throw UsageFailure("\"" + text + "\" is not a number of seconds");
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+    }
+
+    static std::size_t ReadCount(const std::string& text, const std::string& of_what) {
         std::size_t count = 0;
         const char* const end = text.data() + text.size();
         const auto [stop, fault] = std::from_chars(text.data(), end, count);
         if (fault != std::errc() || stop != end)
-            throw UsageFailure("\"" + text + "\" is not a number of instances");
+            throw UsageFailure("\"" + text + "\" is not a number of " + of_what);
         return count;
     }
 
-    static std::vector<std::string> SplitNames(const std::string& text) {
+    static std::vector<std::string> SplitNames(const std::string& text, const std::string& of_what) {
         std::vector<std::string> names;
         std::istringstream rest(text);
         for (std::string name; std::getline(rest, name, ',');)
             names.push_back(name);
         const bool has_gap = text.empty() || text.back() == ',' ||
                              std::find(names.begin(), names.end(), std::string()) != names.end();
-        if (has_gap) throw UsageFailure("the names of the properties must not be empty");
+        if (has_gap) throw UsageFailure("the names of the " + of_what + " must not be empty");
         return names;
     }
 
@@ -314,6 +404,11 @@ class CommandLine {
     std::optional<std::string> properties_text_;
     std::optional<std::string> sort_text_;
     std::optional<std::string> limit_text_;
+    std::optional<std::string> watched_id_;
+    std::optional<std::string> watch_query_;
+    std::optional<std::string> kinds_text_;
+    std::optional<std::string> event_count_text_;
+    std::optional<std::string> timeout_text_;
     bool is_deep_ = false;  // said aloud
     std::string first_;
     std::vector<std::string> assignment_texts_;

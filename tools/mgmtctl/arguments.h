@@ -5,11 +5,15 @@
 // Throws UsageFailure for what makes no sense, and HelpWanted where help was asked for.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tools/mgmtctl/event_kind.h"
 
 namespace mgmtctl {
 
@@ -25,7 +29,10 @@ enum class Command {
     XML,
     CREATE,
     SET,
-    DELETE_INSTANCE
+    DELETE_INSTANCE,
+    WATCH,
+    WAIT_FOR_RELOAD,
+    SIGNAL_RELOAD
 };
 
 // How instances are listed.
@@ -49,11 +56,15 @@ struct Arguments {
 
     std::vector<std::string> files;  // import
     std::string class_name;          // of all that name a class; of classes the superclass, may be empty
-    std::string id;                  // get, xml, create, set, delete
+    std::string id;                  // get, xml, create, set, delete; of watch it may be empty
     std::string path;   // get, xml, where they are given a path: class_name and id are then empty
-    std::string query;  // query
+    std::string query;  // query; watch, in place of a class
     std::string where;  // list, count: the condition, may be empty
-    Listing listing;    // list, query; of get is_full alone
+    Listing listing;    // list, query; of get and watch is_full alone
+
+    std::set<EventKind> kinds;                         // watch: empty for all
+    std::optional<std::size_t> event_count;            // watch: end after so many, at least 1
+    std::optional<std::chrono::milliseconds> timeout;  // wait for reload
 
     struct Assignment {
         std::string name;

@@ -5,7 +5,9 @@
 #include <iostream>
 
 #include <comdef.h>
+#include <fcntl.h>
 #include <objbase.h>
+#include <unistd.h>
 
 #include "tools/mgmtctl/commands/commands.h"
 #include "tools/mgmtctl/failure.h"
@@ -65,6 +67,12 @@ void Run(const Arguments& arguments) {
             return Set(arguments);
         case Command::DELETE_INSTANCE:
             return Delete(arguments);
+        case Command::WATCH:
+            return Watch(arguments);
+        case Command::WAIT_FOR_RELOAD:
+            return WaitForReload(arguments);
+        case Command::SIGNAL_RELOAD:
+            return SignalReload(arguments);
     }
 }
 
@@ -96,10 +104,19 @@ ExitCode Main(int argc, const char* const* argv) {
     }
 }
 
+// Where a standard stream is closed, the store's files would be opened in its place, and be printed into.
+// What stands there instead cannot be read or written either.
+void OccupyStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
 }  // namespace
 }  // namespace mgmtctl
 
 int main(int argc, char** argv) {
+    mgmtctl::OccupyStandardStreams();
     // All text is UTF-8, whatever the environment says.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     // Writing fails instead, and the command ends as it should.

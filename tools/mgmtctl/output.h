@@ -3,10 +3,13 @@
 //   std::cout << row << '\n';
 //   FlushOutput();
 //
-// One thread.
+// One thread; WriteOutput any, one at a time.
 #pragma once
 
 #include <cstddef>
+#include <string_view>
+
+#include "tools/mgmtctl/flag.h"
 
 namespace mgmtctl {
 
@@ -16,6 +19,10 @@ struct ReaderGone {};
 
 // Hands on everything that was printed. Throws ReaderGone, or OperationFailure when it cannot be written.
 void FlushOutput();
+
+// Writes at once, past what std::cout holds, and throws the same. Where the reader does not read it waits,
+// but no longer than until the flag is raised: the rest is then left.
+void WriteOutput(std::string_view text, const Flag& stopped);
 
 // The columns of the terminal that the output goes to; 0 where it goes elsewhere.
 std::size_t TerminalColumns();

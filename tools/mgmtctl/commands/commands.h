@@ -22,5 +22,8 @@ void ShowXml(const Arguments& arguments);
 void Create(const Arguments& arguments);
 void Set(const Arguments& arguments);
 void Delete(const Arguments& arguments);
+void Watch(const Arguments& arguments);
+void WaitForReload(const Arguments& arguments);
+void SignalReload(const Arguments& arguments);
 
 }  // namespace mgmtctl
