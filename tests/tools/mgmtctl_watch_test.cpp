@@ -82,7 +82,7 @@ class Watching : public ToolTest {
 
     void Do(const std::vector<std::string>& arguments) const {
         const Outcome outcome = Run(arguments);
-        ASSERT_EQ(outcome.code, 0) << outcome.err;
+        ASSERT_EQ(outcome.code, 0) << testing::PrintToString(arguments) << outcome.err;
     }
     void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& reason) const {
         const Outcome outcome = Run(arguments);

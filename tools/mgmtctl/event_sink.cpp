@@ -15,7 +15,7 @@ namespace mgmtctl {
 namespace {
 
 std::string SentenceFor(HRESULT code, BSTR reason) {
-    const std::string sentence = Utf8(reason);
+    std::string sentence = Utf8(reason);
     if (!sentence.empty()) return sentence;
     return code == WBEM_E_QUEUE_OVERFLOW ? "events were lost" : "an event cannot be read";
 }

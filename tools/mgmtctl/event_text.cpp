@@ -91,7 +91,7 @@ Event ReadEvent(IWbemClassObject& object) {
 
 std::string EventText(const Event& event, Length length) {
     const std::string path = Printable(TextOf(*event.instance, L"__RELPATH"));
-    const std::string line = ClockTime(event.ticks) + " " + KindText(event.kind) + " " + path + "\n";
+    std::string line = ClockTime(event.ticks) + " " + KindText(event.kind) + " " + path + "\n";
     switch (event.kind) {
         case EventKind::CREATED:
             return line + CreatedText(event, length);
