@@ -1,5 +1,6 @@
 #include "service/language/mof_parser.h"
 
+#include <algorithm>
 #include <array>
 #include <limits>
 #include <utility>
@@ -12,6 +13,9 @@
 
 namespace service {
 namespace {
+
+// Assignments that room is made for ahead: one long instance must not make all that follow take as much.
+constexpr size_t kMostReserved = 32;
 
 struct FlavorName {
     std::string_view name;
@@ -404,7 +408,7 @@ class Parser {
             if (!Advance() || !TakeAlias(object.alias)) return false;
         }
         if (!TakeSymbol('{')) return false;
-        if (depth == 0) object.assignments.reserve(assignments_before_);
+        if (depth == 0) object.assignments.reserve(std::min(assignments_before_, kMostReserved));
         while (!token_.IsSymbol('}')) {
             MofAssignment& assignment = object.assignments.emplace_back();
             if (!SkipQualifiers() || !TakeName("the name of a property or \"}\"", assignment.property) ||

@@ -1,7 +1,7 @@
 // The classes of the events that a subscription can ask for, and their instances.
 //
 //   class __Event { uint64 TIME_CREATED; };                            // 100 ns since 1601-01-01 00:00 UTC
-//   [abstract] class __InstanceOperationEvent : __Event { object TargetInstance; };
+//   class __InstanceOperationEvent : __Event { object TargetInstance; };
 //   class __InstanceCreationEvent : __InstanceOperationEvent {};
 //   class __InstanceModificationEvent : __InstanceOperationEvent { object PreviousInstance; };
 //   class __InstanceDeletionEvent : __InstanceOperationEvent {};
@@ -9,7 +9,6 @@
 // They are in every namespace, for queries alone: they are neither stored nor listed. Any thread.
 #pragma once
 
-#include <optional>
 #include <string_view>
 
 #include "service/model/class_definition.h"

@@ -1,6 +1,7 @@
 #include "service/notify/notifier.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 #include <utility>
 
@@ -52,7 +53,7 @@ std::shared_ptr<Notifier> Notifier::Of(const std::shared_ptr<const Repository>& 
     Registry& registry = TheRegistry();
     const std::lock_guard lock(registry.mutex);
     std::shared_ptr<Notifier>& notifier = registry.notifiers[repository->store()->Identity()];
-    if (!notifier) notifier.reset(new Notifier(repository->store(), repository));
+    if (!notifier) notifier.reset(new Notifier(repository));
     return notifier;
 }
 
@@ -101,7 +102,7 @@ void Notifier::Add(std::shared_ptr<Entry> entry) {
             throw;
         }
     }
-    store_->RaiseChangeSignal();
+    store().RaiseChangeSignal();
 }
 
 size_t Notifier::Cancel(FunctionRef<bool(const EventReceiver&)> is_meant) {
@@ -120,7 +121,7 @@ size_t Notifier::Cancel(FunctionRef<bool(const EventReceiver&)> is_meant) {
     for (const std::shared_ptr<Entry>& entry : meant)
         entry->subscription->Cancel();
     if (ended) {
-        store_->RaiseChangeSignal();
+        store().RaiseChangeSignal();
         ended->thread.join();
     }
     return meant.size();
@@ -129,7 +130,7 @@ size_t Notifier::Cancel(FunctionRef<bool(const EventReceiver&)> is_meant) {
 void Notifier::Run(const Watch& watch) {
     while (true) {
         // Before the look, or a change that comes right after it would not end the wait.
-        const uint32_t signal = store_->ChangeSignal();
+        const uint32_t signal = store().ChangeSignal();
         std::chrono::nanoseconds patience = kShortestWithin;
         try {
             Entries entries;
@@ -140,12 +141,12 @@ void Notifier::Run(const Watch& watch) {
                 entries = entries_;
             }
             patience = Patience(entries);
-            // What the look could not see the next one will; each subscription reports the faults it meets.
+            // A store that cannot be read now is looked at again.
             static_cast<void>(Look(entries));
         } catch (const std::bad_alloc&) {
             patience = kShortestWithin;
         }
-        store_->WaitForChange(signal, patience);
+        store().WaitForChange(signal, patience);
     }
 }
 

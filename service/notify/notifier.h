@@ -1,6 +1,6 @@
 // Notifier: the subscriptions of this process to one store, and the thread that looks for changes.
 //
-//   SERVICE_ASSIGN_OR_RETURN(std::shared_ptr<Notifier> notifier, Notifier::Of(repository));
+//   const std::shared_ptr<Notifier> notifier = Notifier::Of(repository);
 //   Status fault = notifier->Subscribe(repository, space, query, receiver);
 //   notifier->Cancel([&](const EventReceiver& each) { return &each == receiver.get(); });
 //
@@ -13,11 +13,9 @@
 // Any thread.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -66,16 +64,15 @@ class Notifier : public std::enable_shared_from_this<Notifier> {
         bool is_ended = false;
     };
 
-    explicit Notifier(std::shared_ptr<Store> store, std::shared_ptr<const Repository> repository)
-        : store_(std::move(store)), repository_(std::move(repository)) {}
+    explicit Notifier(std::shared_ptr<const Repository> repository) : repository_(std::move(repository)) {}
 
+    Store& store() const noexcept { return *repository_->store(); }
     void Add(std::shared_ptr<Entry> entry);
     void Run(const Watch& watch);
     static std::chrono::nanoseconds Patience(const Entries& entries) noexcept;
     Status Look(const Entries& entries);
     Status LookIn(RepositoryReader& reader, const Entries& entries);
 
-    const std::shared_ptr<Store> store_;
     const std::shared_ptr<const Repository> repository_;
 
     std::mutex mutex_;

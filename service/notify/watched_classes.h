@@ -6,9 +6,9 @@
 //   if (Status fault = classes.Find(reader, change.class_id, watched); !fault.ok()) return fault;
 //   if (!watched || !watched->demand.MayMatch(change.key)) continue;  // no event of interest
 //
-// It learns the namespace's classes when it is asked of one that it does not know and the schema has changed
-// since. A class that was deleted stays known: its last instances may still have to be reported. One that
-// came and went between two looks is not, and its instances' events are lost.
+// It learns the namespace's classes anew when it is asked after the schema has changed. A class that was
+// deleted stays known: its last instances may still have to be reported. One that came and went between two
+// looks is not, and its instances' events are lost.
 //
 // One thread at a time.
 #pragma once

@@ -35,14 +35,11 @@ class InstanceCursor {
 
     bool AtEnd() const noexcept { return scan_.AtEnd(); }
 
-    // The class that was named, then those derived from it.
-    const std::vector<ClassPtr>& Classes() const noexcept { return classes_; }
-
  private:
     InstanceCursor() = default;
 
     std::shared_ptr<const Repository> repository_;
-    std::vector<ClassPtr> classes_;
+    std::vector<ClassPtr> classes_;                // the one named, then those derived from it
     std::shared_ptr<const ClassSource> embedded_;  // null where no class has objects
     InstanceScan scan_;
 };

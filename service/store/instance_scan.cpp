@@ -95,7 +95,10 @@ void InstanceScan::VisitUndone(const std::string_view* below, Visit visit, bool&
 }
 
 bool InstanceScan::IsUndone(const InstanceView& found) const {
-    if (undone_.empty()) return false;
+    // What is left of lower places was visited before, so one look tells for most.
+    if (undone_.empty() || undone_.begin()->first.class_index != class_index_ ||
+        undone_.begin()->first.place != found.place)
+        return false;
     return undone_.contains({class_index_, std::string(found.place), std::string(found.key)});
 }
 

@@ -264,21 +264,6 @@ Result<Instance> RepositoryReader::GetInstance(const Namespace& space, const Obj
     return DecodeInstance(std::move(definition), record, std::move(classes));
 }
 
-Status RepositoryReader::ScanInstances(const Namespace& space, const ClassPtr& definition,
-                                       FunctionRef<bool(Instance&&)> visit) {
-    const auto classes = repository_.ClassSourceFor(space, *definition);
-    Status damaged;
-    SERVICE_RETURN_IF_ERROR(reader_.ScanInstances(definition->Id(), {}, [&](const InstanceView& found) {
-        Result<Instance> instance = DecodeInstance(definition, found.record, classes);
-        if (!instance.ok()) {
-            damaged = std::move(instance).status();
-            return false;
-        }
-        return visit(std::move(*instance));
-    }));
-    return damaged;
-}
-
 void RepositoryWriter::LeaveSharedCache() {
     if (has_own_cache_) return;
     cache_ = std::make_shared<SchemaCache>(cache_->generation());

@@ -58,9 +58,6 @@ class RepositoryReader {
     Result<std::vector<ClassPtr>> Subclasses(const Namespace& space, std::string_view superclass);
 
     Result<Instance> GetInstance(const Namespace& space, const ObjectPath& path);
-    // Visits the instances of the one class, not those of its subclasses, until `visit` returns false.
-    Status ScanInstances(const Namespace& space, const ClassPtr& definition,
-                         FunctionRef<bool(Instance&&)> visit);
 
     // See StoreReader.
     Status LastChange(uint64_t& number) { return reader_.LastChange(number); }
@@ -161,10 +158,6 @@ class Repository : public std::enable_shared_from_this<Repository> {
     const std::string& Location() const noexcept { return store_->Location(); }
     const std::shared_ptr<Store>& store() const noexcept { return store_; }
 
-    // Where the objects that instances of `definition` hold find their classes; null when it has none.
-    std::shared_ptr<const ClassSource> ClassSourceFor(const Namespace& space,
-                                                      const ClassDefinition& definition) const;
-
  private:
     friend class RepositoryReader;
     friend class RepositoryWriter;
@@ -175,6 +168,9 @@ class Repository : public std::enable_shared_from_this<Repository> {
     std::shared_ptr<SchemaCache> CacheFor(uint64_t generation) const;
     std::shared_ptr<SchemaCache> CacheForState(uint64_t state) const noexcept;
     void RememberState(uint64_t state, const std::shared_ptr<SchemaCache>& cache) const;
+    // Where the objects that instances of `definition` hold find their classes; null when it has none.
+    std::shared_ptr<const ClassSource> ClassSourceFor(const Namespace& space,
+                                                      const ClassDefinition& definition) const;
 
     const std::shared_ptr<Store> store_;
     mutable ForkSafeMutex mutex_;

@@ -23,13 +23,6 @@ instance of Policy { INSTANCE_ID = "old"; Name = "<&> \"ä\""; Tags = {"a", NULL
 class Creating : public ToolTest {
  protected:
     void SetUp() override { Import(SCHEMA); }
-
-    void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& reason) const {
-        const Outcome outcome = Run(arguments);
-        EXPECT_EQ(outcome.code, code) << testing::PrintToString(arguments);
-        EXPECT_EQ(outcome.out, "");
-        EXPECT_THAT(outcome.err, AllOf(StartsWith("mgmtctl: "), HasSubstr(reason)));
-    }
 };
 
 TEST_F(Creating, MakesAnInstanceOnce) {

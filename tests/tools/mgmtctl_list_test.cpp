@@ -62,13 +62,6 @@ class Listing : public ToolTest {
             ids += object["INSTANCE_ID"].get<std::string>();
         return ids;
     }
-
-    void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& reason) const {
-        const Outcome outcome = Run(arguments);
-        EXPECT_EQ(outcome.code, code) << testing::PrintToString(arguments);
-        EXPECT_EQ(outcome.out, "");
-        EXPECT_THAT(outcome.err, AllOf(StartsWith("mgmtctl: "), HasSubstr(reason)));
-    }
 };
 
 TEST_F(Listing, ShowsTheInstancesOfAClassAndOfThoseBelow) {

@@ -30,14 +30,6 @@ instance of Link { From = "Policy.INSTANCE_ID=\"a\""; To = "Policy.INSTANCE_ID=\
 class Tool : public ToolTest {
  protected:
     void SetUp() override { Import(SCHEMA); }
-
-    // A command that fails prints nothing but the reason, to the standard error.
-    void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& reason) const {
-        const Outcome outcome = Run(arguments);
-        EXPECT_EQ(outcome.code, code) << testing::PrintToString(arguments);
-        EXPECT_EQ(outcome.out, "");
-        EXPECT_THAT(outcome.err, AllOf(StartsWith("mgmtctl: "), HasSubstr(reason)));
-    }
 };
 
 TEST_F(Tool, ListsNamespacesOfAnyDepth) {

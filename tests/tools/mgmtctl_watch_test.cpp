@@ -84,12 +84,6 @@ class Watching : public ToolTest {
         const Outcome outcome = Run(arguments);
         ASSERT_EQ(outcome.code, 0) << testing::PrintToString(arguments) << outcome.err;
     }
-    void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& reason) const {
-        const Outcome outcome = Run(arguments);
-        EXPECT_EQ(outcome.code, code) << testing::PrintToString(arguments);
-        EXPECT_EQ(outcome.out, "");
-        EXPECT_THAT(outcome.err, AllOf(StartsWith("mgmtctl: "), HasSubstr(reason)));
-    }
 
  private:
     int started_ = 0;

@@ -1,5 +1,7 @@
 #include "tests/tools/tool_runner.h"
 
+#include <gmock/gmock.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -163,6 +165,14 @@ nlohmann::json ToolTest::RunJson(std::vector<std::string> arguments) const {
     nlohmann::json json = nlohmann::json::parse(outcome.out, nullptr, false);
     EXPECT_FALSE(json.is_discarded()) << outcome.out;
     return json.is_discarded() ? nlohmann::json() : json;
+}
+
+void ToolTest::ExpectRefused(const std::vector<std::string>& arguments, int code,
+                             const std::string& reason) const {
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(outcome.code, code) << testing::PrintToString(arguments);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, testing::AllOf(testing::StartsWith("mgmtctl: "), testing::HasSubstr(reason)));
 }
 
 std::string ToolTest::WriteFile(const std::string& name, const std::string& text) const {

@@ -64,6 +64,9 @@ class ToolTest : public testing::Test {
     // The same with a terminal of so many columns for its output and its errors, which come together.
     Outcome RunOnTerminal(const std::vector<std::string>& arguments, unsigned short columns) const;
 
+    // A command that fails prints nothing but the reason, to the standard error.
+    void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& reason) const;
+
     // Writes a file into the test's folder and returns its path.
     std::string WriteFile(const std::string& name, const std::string& text) const;
     // Imports text, and fails the test when that fails.

@@ -40,6 +40,18 @@ std::string Utf16(std::string_view utf8, bool is_big_endian) {
     return bytes;
 }
 
+// One long instance must not make the short ones behind it take as much memory.
+TEST(MofParser, AnInstanceTakesWhatItNeeds) {
+    std::string text = "instance of A {";
+    for (int i = 0; i < 10'000; ++i)
+        text += "p" + std::to_string(i) + "=1;";
+    text += "}; instance of A { a = 1; };";
+    MofFile file;
+    ASSERT_FALSE(ParseMof({"test.mof", text}, file));
+    ASSERT_EQ(file.declarations.size(), 2U);
+    EXPECT_LE(std::get<MofObject>(file.declarations[1]).assignments.capacity(), 100U);
+}
+
 TEST(MofParser, ReadsPastWhatNothingActsOn) {
     const auto fault = Parse(R"(
         #pragma autorecover

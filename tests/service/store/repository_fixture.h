@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "service/store/instance_cursor.h"
 #include "service/store/repository.h"
 #include "tests/service/model/model_builders.h"
 #include "tests/service/temporary_directory.h"
@@ -91,15 +92,18 @@ class RepositoryFixture : public testing::Test {
         return last.code();
     }
 
+    // Of the class itself.
     std::vector<std::string> IdsOf(const std::string& class_name) {
+        auto cursor = InstanceCursor::Open(repository, space, class_name, Depth::kShallow);
+        EXPECT_OK(cursor);
+        std::vector<Instance> instances;
+        Status fault;
+        while (cursor.ok() && !cursor->AtEnd() && fault.ok())
+            fault = cursor->Read(100, instances);
+        EXPECT_OK(fault);
         std::vector<std::string> ids;
-        const ClassPtr definition = FindClass(class_name);
-        EXPECT_OK(repository->Read([&](RepositoryReader& reader) {
-            return reader.ScanInstances(space, definition, [&](Instance&& instance) {
-                ids.push_back(TextOf(instance, "ID"));
-                return true;
-            });
-        }));
+        for (const Instance& instance : instances)
+            ids.push_back(TextOf(instance, "ID"));
         return ids;
     }
 
