@@ -1,4 +1,4 @@
-// This platform's own: how far the compilation of a MOF text has come.
+// This platform's own: how far the compilation of a MOF text has come, and what it warns of.
 //
 //   CComPtr<IMofProgressSource> source;
 //   if (SUCCEEDED(compiler.QueryInterface(&source))) source->SetProgress(&mine);
@@ -16,6 +16,8 @@
 // write to the store that is compiled into: that is refused.
 struct IMofProgress : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Progress(ULONGLONG done, ULONGLONG total) = 0;
+    // One sentence with the file and the line: something was read past. Valid during the call.
+    virtual HRESULT STDMETHODCALLTYPE Warning(LPCWSTR sentence) = 0;
 
  protected:
     ~IMofProgress() = default;

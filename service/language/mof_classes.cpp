@@ -65,7 +65,7 @@ MofClasses::Fault MofClasses::CheckFault(size_t offset, int32_t code, std::strin
 
 MofClasses::Fault MofClasses::Convert(const MofClass& declared, size_t space, ClassDeclaration& declaration) {
     const std::string name(declared.name.text);
-    declaration = {name, std::string(declared.superclass.text), {}, {}, 0};
+    declaration = {name, std::string(declared.superclass.text), {}, {}, {}, 0};
     if (Fault fault = CheckSuperclass(declared, space)) return fault;
     if (Fault fault = ConvertQualifiers(declared.qualifiers, "class " + Clip(name), declaration.qualifiers)) {
         return fault;

@@ -32,6 +32,29 @@ struct Qualifier {
     uint32_t flavor = kFlavorToSubclass;
 };
 
+// Where a qualifier may stand.
+enum QualifierScope : uint32_t {
+    kScopeClass = 0x001,
+    kScopeAssociation = 0x002,
+    kScopeIndication = 0x004,
+    kScopeProperty = 0x008,
+    kScopeReference = 0x010,
+    kScopeMethod = 0x020,
+    kScopeParameter = 0x040,
+    kScopeQualifier = 0x080,
+    kScopeSchema = 0x100,
+    kScopeAny = 0x1FF,
+};
+
+// `Qualifier Key : boolean = false, Scope(property, reference), Flavor(DisableOverride);`
+struct QualifierDeclaration {
+    std::string name;
+    PropertyType type{CimType::kBoolean, false, 0, {}};
+    Value default_value;  // null for none
+    uint32_t scope = kScopeAny;
+    uint32_t flavor = kFlavorToSubclass;
+};
+
 // The qualifier of that name, without regard to case; null when there is none.
 const Qualifier* FindQualifier(const std::vector<Qualifier>& qualifiers, std::string_view name);
 
@@ -47,12 +70,27 @@ struct PropertyDeclaration {
         0;  // identifies the property within its class for good; given when the class is stored
 };
 
-// A class as its schema declares it: its own properties and qualifiers, nothing inherited.
+struct ParameterDeclaration {
+    std::string name;
+    PropertyType type;
+    std::vector<Qualifier> qualifiers;
+};
+
+// Methods are kept and shown; the service calls none.
+struct MethodDeclaration {
+    std::string name;
+    std::optional<PropertyType> return_type;  // none for void
+    std::vector<ParameterDeclaration> parameters;
+    std::vector<Qualifier> qualifiers;
+};
+
+// A class as its schema declares it: its own properties, methods and qualifiers, nothing inherited.
 struct ClassDeclaration {
     std::string name;
     std::string superclass;  // empty for a root class
     std::vector<Qualifier> qualifiers;
     std::vector<PropertyDeclaration> properties;
+    std::vector<MethodDeclaration> methods;
     uint32_t next_ordinal = 0;  // the ordinal of the next property added; ordinals are never used again
 };
 

@@ -45,6 +45,12 @@ HRESULT ImportProgress::Progress(ULONGLONG done, ULONGLONG total) {
     return S_OK;
 }
 
+HRESULT ImportProgress::Warning(LPCWSTR sentence) {
+    const std::lock_guard lock(mutex_);
+    std::cerr << (thread_.joinable() ? CLEAR_LINE : "") << "warning: " << Printable(Utf8(sentence)) << '\n';
+    return S_OK;
+}
+
 void ImportProgress::Show(const std::stop_token& stop) {
     std::unique_lock lock(mutex_);
     const auto is_stopped_within = [&](std::chrono::milliseconds time) {

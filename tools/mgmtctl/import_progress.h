@@ -35,6 +35,7 @@ class ImportProgress final : public IMofProgress {
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
 
     HRESULT STDMETHODCALLTYPE Progress(ULONGLONG done, ULONGLONG total) override;
+    HRESULT STDMETHODCALLTYPE Warning(LPCWSTR sentence) override;
 
  private:
     void Show(const std::stop_token& stop);

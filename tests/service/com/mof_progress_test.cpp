@@ -17,6 +17,7 @@ class Listener final : public IMofProgress {
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
     ULONG STDMETHODCALLTYPE Release() override { return --references; }
+    HRESULT STDMETHODCALLTYPE Warning(LPCWSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Progress(ULONGLONG done, ULONGLONG total) override {
         heard.emplace_back(done, total);
         if (on_progress) on_progress();
