@@ -22,6 +22,9 @@ echo
 echo "whole classes:"
 python3 bench/enumeration.py "$bin" docs/enumeration.svg
 echo
+echo "events:"
+python3 bench/events.py "$bin"
+echo
 echo "the tool:"
 python3 bench/tool.py "$bin"
 

@@ -76,84 +76,104 @@ Status Notifier::Subscribe(const std::shared_ptr<const Repository>& repository, 
         Status fault = classes.Learn(reader);
         return fault.ok() ? reader.LastChange(last) : std::move(fault);
     }));
-    Subscription::Settings settings{repository, std::move(condition), classes, WithinOf(query),
+    Subscription::Settings settings{repository, std::move(condition), std::move(classes), WithinOf(query),
                                     std::move(receiver)};
-    auto subscription = std::make_shared<Subscription>(std::move(settings), last);
-    Add(std::make_shared<Entry>(std::move(subscription), std::move(classes), last));
+    Add(std::make_shared<Entry>(shared_from_this(), std::move(settings), last));
     return {};
 }
 
-// The looking thread is woken, or it would sleep as long as those before were content with.
+// Whoever looks out is woken, or it would sleep as long as those before were content with.
 void Notifier::Add(std::shared_ptr<Entry> entry) {
     {
         const SignalsBlocked blocked;
         const std::lock_guard lock(mutex_);
-        entries_.push_back(entry);
-        try {
-            entry->subscription->Start();
-            if (!watch_) {
-                auto watch = std::make_shared<Watch>();
-                watch->thread = std::thread([self = shared_from_this(), watch] { self->Run(*watch); });
-                watch_ = std::move(watch);
-            }
-        } catch (...) {
-            entries_.pop_back();
-            entry->subscription->Abandon();
-            throw;
-        }
+        auto entries = std::make_shared<Entries>(*entries_);
+        entries->push_back(entry);
+        entry->Start();
+        entries_ = std::move(entries);
+        if (!lookout_) return;
     }
     store().RaiseChangeSignal();
 }
 
 size_t Notifier::Cancel(FunctionRef<bool(const EventReceiver&)> is_meant) {
     Entries meant;
-    std::shared_ptr<Watch> ended;
     {
         const std::lock_guard lock(mutex_);
-        const auto rest = std::stable_partition(
-            entries_.begin(), entries_.end(),
-            [&](const std::shared_ptr<Entry>& entry) { return !is_meant(*entry->subscription->receiver()); });
-        meant.assign(rest, entries_.end());
-        entries_.erase(rest, entries_.end());
-        if (entries_.empty()) ended = std::exchange(watch_, nullptr);
-        if (ended) ended->is_ended = true;
+        auto others = std::make_shared<Entries>();
+        for (const std::shared_ptr<Entry>& entry : *entries_)
+            (is_meant(*entry->receiver()) ? meant : *others).push_back(entry);
+        entries_ = std::move(others);
     }
     for (const std::shared_ptr<Entry>& entry : meant)
-        entry->subscription->Cancel();
-    if (ended) {
-        store().RaiseChangeSignal();
-        ended->thread.join();
-    }
+        entry->Cancel();
     return meant.size();
 }
 
-void Notifier::Run(const Watch& watch) {
-    while (true) {
+void Notifier::LookOutOrWait(Entry& entry) {
+    while (!entry.IsWanted()) {
+        if (BecomeLookout(entry)) {
+            LookOut(entry);
+            const std::lock_guard lock(mutex_);
+            lookout_ = nullptr;
+        } else {
+            entry.AwaitCall();
+            const std::lock_guard lock(mutex_);
+            entry.is_waiting = false;
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    if (lookout_) return;
+    const auto waiting = std::find_if(entries_->begin(), entries_->end(),
+                                      [](const std::shared_ptr<Entry>& other) { return other->is_waiting; });
+    if (waiting != entries_->end()) (*waiting)->Call();
+}
+
+// Where somebody looks out already the entry is noted as waiting, in the same moment: whoever gives up
+// looking out finds it.
+bool Notifier::BecomeLookout(Entry& entry) {
+    const std::lock_guard lock(mutex_);
+    if (lookout_) {
+        entry.is_waiting = true;
+        return false;
+    }
+    lookout_ = &entry;
+    return true;
+}
+
+// Until the entry is wanted itself.
+void Notifier::LookOut(Entry& entry) {
+    while (!entry.IsWanted()) {
         // Before the look, or a change that comes right after it would not end the wait.
         const uint32_t signal = store().ChangeSignal();
-        std::chrono::nanoseconds patience = kShortestWithin;
-        try {
-            Entries entries;
-            {
-                const std::lock_guard lock(mutex_);
-                // The entries that come later are another thread's.
-                if (watch.is_ended) return;
-                entries = entries_;
-            }
-            patience = Patience(entries);
-            // A store that cannot be read now is looked at again.
-            static_cast<void>(Look(entries));
-        } catch (const std::bad_alloc&) {
-            patience = kShortestWithin;
+        std::shared_ptr<const Entries> entries;
+        {
+            const std::lock_guard lock(mutex_);
+            entries = entries_;
         }
-        store().WaitForChange(signal, patience);
+        try {
+            // A store that cannot be read now is looked at again.
+            static_cast<void>(Look(*entries));
+        } catch (const std::bad_alloc&) {
+            store().WaitForChange(signal, kShortestWithin);
+            continue;
+        }
+        if (!entry.IsWanted()) store().WaitForChange(signal, Patience(*entries));
     }
+}
+
+void Notifier::WakeIfLookingOut(const Entry& entry) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (lookout_ != &entry) return;
+    }
+    store().RaiseChangeSignal();
 }
 
 std::chrono::nanoseconds Notifier::Patience(const Entries& entries) noexcept {
     std::chrono::nanoseconds shortest = kLongestWithin;
     for (const std::shared_ptr<Entry>& entry : entries)
-        shortest = std::min(shortest, entry->subscription->within());
+        shortest = std::min(shortest, entry->within());
     return shortest;
 }
 
@@ -187,9 +207,9 @@ Status Notifier::LookIn(RepositoryReader& reader, const Entries& entries) {
     is_complete = is_complete && scanned.ok() && fault.ok();
     for (const std::shared_ptr<Entry>& entry : entries) {
         if (entry->is_concerned || !is_complete) {
-            entry->subscription->LookUpTo(newest);
+            entry->LookUpTo(newest);
         } else {
-            entry->subscription->Pass(entry->seen, newest);
+            entry->Pass(newest);
         }
         entry->seen = newest;
     }

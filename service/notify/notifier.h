@@ -1,14 +1,16 @@
-// Notifier: the subscriptions of this process to one store, and the thread that looks for changes.
+// Notifier: the subscriptions of this process to one store, and who of them looks for changes.
 //
 //   const std::shared_ptr<Notifier> notifier = Notifier::Of(repository);
 //   Status fault = notifier->Subscribe(repository, space, query, receiver);
 //   notifier->Cancel([&](const EventReceiver& each) { return &each == receiver.get(); });
 //
-// One thread waits for the store's signal, for all subscriptions together, and looks for itself as often as
-// the most impatient of them asks for, because a writer may die before it signals. It looks at numbers,
-// classes and keys only and wakes the subscriptions that may be concerned; each has a thread of its own to
-// read, test and deliver. The threads are there as long as there are subscriptions. They leave signals to the
-// program's own threads. In a forked child there are none: it begins without a subscription.
+// Each subscription has a thread of its own to read, test and deliver. One of those that have nothing to do
+// looks out for all of them together: it waits for the store's signal, and looks for itself as often as the
+// most impatient asks for, because a writer may die before it signals. It looks at numbers, classes and keys
+// only, and wakes the subscriptions that may be concerned. Where it is concerned itself it delivers at once,
+// which saves the way over another thread, and another one looks out from then on; where all have something
+// to do nobody needs to. The threads leave signals to the program's own. In a forked child there are none: it
+// begins without a subscription.
 //
 // Any thread.
 #pragma once
@@ -16,7 +18,6 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "service/language/wql_query.h"
@@ -46,29 +47,36 @@ class Notifier : public std::enable_shared_from_this<Notifier> {
     size_t Cancel(FunctionRef<bool(const EventReceiver&)> is_meant);
 
  private:
-    struct Entry {
-        Entry(std::shared_ptr<Subscription> added, WatchedClasses watched, uint64_t last)
-            : subscription(std::move(added)), classes(std::move(watched)), seen(last) {}
+    class Entry final : public Subscription {
+     public:
+        Entry(std::shared_ptr<Notifier> notifier, Settings settings, uint64_t last)
+            : Subscription(settings, last),
+              notifier_(std::move(notifier)),
+              classes(std::move(settings.classes)),
+              seen(last) {}
 
-        const std::shared_ptr<Subscription> subscription;
-        // What follows is the looking thread's.
+     private:
+        friend class Notifier;
+        void Rest() override { notifier_->LookOutOrWait(*this); }
+        void EndRest() override { notifier_->WakeIfLookingOut(*this); }
+
+        const std::shared_ptr<Notifier> notifier_;
+        bool is_waiting = false;  // under the notifier's mutex
+        // What follows belongs to whoever looks out.
         WatchedClasses classes;
         uint64_t seen;  // the changes up to this one were looked at
         bool is_concerned = false;
     };
     using Entries = std::vector<std::shared_ptr<Entry>>;
 
-    // The looking thread, and whether it is to end, which is under the mutex.
-    struct Watch {
-        std::thread thread;
-        bool is_ended = false;
-    };
-
     explicit Notifier(std::shared_ptr<const Repository> repository) : repository_(std::move(repository)) {}
 
     Store& store() const noexcept { return *repository_->store(); }
     void Add(std::shared_ptr<Entry> entry);
-    void Run(const Watch& watch);
+    void LookOutOrWait(Entry& entry);
+    bool BecomeLookout(Entry& entry);
+    void LookOut(Entry& entry);
+    void WakeIfLookingOut(const Entry& entry);
     static std::chrono::nanoseconds Patience(const Entries& entries) noexcept;
     Status Look(const Entries& entries);
     Status LookIn(RepositoryReader& reader, const Entries& entries);
@@ -76,8 +84,8 @@ class Notifier : public std::enable_shared_from_this<Notifier> {
     const std::shared_ptr<const Repository> repository_;
 
     std::mutex mutex_;
-    Entries entries_;
-    std::shared_ptr<Watch> watch_;  // null while there are no entries
+    std::shared_ptr<const Entries> entries_ = std::make_shared<Entries>();
+    const Entry* lookout_ = nullptr;
 };
 
 }  // namespace service

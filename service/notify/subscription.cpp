@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "service/model/no_destructor.h"
+#include "service/notify/delivery.h"
 #include "service/notify/event_classes.h"
 #include "service/store/fork.h"
 #include "service/store/record_codec.h"
@@ -40,16 +41,6 @@ void Subscription::Start() {
     thread_ = std::thread([self = shared_from_this()] { self->Run(); });
 }
 
-void Subscription::Abandon() {
-    if (!thread_.joinable()) return;
-    {
-        const std::lock_guard lock(mutex_);
-        is_abandoned_ = is_cancelled_ = true;
-        changed_.notify_all();
-    }
-    thread_.join();
-}
-
 void Subscription::LookUpTo(uint64_t number) {
     const std::lock_guard lock(mutex_);
     if (number <= last_) return;
@@ -57,9 +48,13 @@ void Subscription::LookUpTo(uint64_t number) {
     changed_.notify_all();
 }
 
-void Subscription::Pass(uint64_t after, uint64_t up_to) {
+// A subscription that is busy passes them with what it is busy with. If it were left behind, nothing would
+// bring it here until the next change of interest.
+void Subscription::Pass(uint64_t up_to) {
     const std::lock_guard lock(mutex_);
-    if (cursor_ == last_ && cursor_ >= after && cursor_ < up_to) cursor_ = last_ = up_to;
+    if (up_to <= last_) return;
+    if (cursor_ == last_) cursor_ = up_to;
+    last_ = up_to;
 }
 
 void Subscription::Run() {
@@ -69,38 +64,65 @@ void Subscription::Run() {
         try {
             goes_on = DeliverNext();
         } catch (const std::bad_alloc&) {
-            settings_.receiver->Report(WBEM_E_OUT_OF_MEMORY, "there is no memory for the events");
-            goes_on = Rest();
+            if (const Delivery delivery; delivery)
+                settings_.receiver->Report(WBEM_E_OUT_OF_MEMORY, "there is no memory for the events");
+            goes_on = PauseAfterFault();
         }
     }
-    if (!is_abandoned_) settings_.receiver->Report(WBEM_E_CALL_CANCELLED, "the subscription was cancelled");
+    settings_.receiver->Report(WBEM_E_CALL_CANCELLED, "the subscription was cancelled");
     settings_.receiver.reset();
     t_delivering = nullptr;
 }
 
 // False when the subscription is to end.
 bool Subscription::DeliverNext() {
+    Rest();
     uint64_t cursor = 0;
-    if (!WaitForChanges(cursor)) return false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (is_cancelled_) return false;
+        cursor = cursor_;
+    }
     Batch batch;
     const Status fault = Collect(cursor, batch);
-    if (fault.ok()) return HandOver(batch);
-    settings_.receiver->Report(fault.code(), fault.reason());
-    return Rest();
+    {
+        const Delivery delivery;
+        if (!delivery) return AwaitCancel();
+        if (fault.ok()) return HandOver(batch);
+        settings_.receiver->Report(fault.code(), fault.reason());
+    }
+    return PauseAfterFault();
 }
 
-bool Subscription::Rest() {
+// False, as the subscription is to end then.
+bool Subscription::AwaitCancel() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return is_cancelled_; });
+    return false;
+}
+
+// False when the subscription is to end.
+bool Subscription::PauseAfterFault() {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kRetry, [this] { return is_cancelled_; });
     return !is_cancelled_;
 }
 
-// False when the subscription is to end.
-bool Subscription::WaitForChanges(uint64_t& cursor) {
+bool Subscription::IsWanted() {
+    const std::lock_guard lock(mutex_);
+    return is_cancelled_ || cursor_ < last_;
+}
+
+void Subscription::AwaitCall() {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return is_cancelled_ || cursor_ < last_; });
-    cursor = cursor_;
-    return !is_cancelled_;
+    changed_.wait(lock, [this] { return is_called_ || is_cancelled_ || cursor_ < last_; });
+    is_called_ = false;
+}
+
+void Subscription::Call() {
+    const std::lock_guard lock(mutex_);
+    is_called_ = true;
+    changed_.notify_all();
 }
 
 bool Subscription::HandOver(Batch& batch) noexcept {
@@ -177,6 +199,7 @@ void Subscription::Cancel() {
         is_cancelled_ = true;
         changed_.notify_all();
     }
+    EndRest();
     Subscription* const caller = t_delivering;
     if (caller) {
         const std::lock_guard lock(WaitingMutex());

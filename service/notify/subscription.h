@@ -1,6 +1,6 @@
 // Subscription: a query for events, its place in the change log, and the thread that delivers.
 //
-//   auto subscription = std::make_shared<Subscription>(std::move(settings), last_change);
+//   auto subscription = std::make_shared<Mine>(std::move(settings), last_change);  // Mine can Rest
 //   subscription->Start();
 //   subscription->LookUpTo(number);  // there may be something up to this change
 //   subscription->Cancel();          // returns when the receiver was called for the last time
@@ -53,19 +53,19 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     // Reports what comes after the change `last`.
     Subscription(Settings settings, uint64_t last)
         : settings_(std::move(settings)), cursor_(last), last_(last) {}
+    virtual ~Subscription() = default;
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
 
     // Throws what std::thread does.
     void Start();
-    // Ends what was started and never accepted; the receiver hears nothing.
-    void Abandon();
 
     // What there is up to that change may be of interest.
     void LookUpTo(uint64_t number);
-    // There is nothing of interest behind the one change up to the other. A cursor that was left behind would
-    // look like one of a slow receiver once the log gives up what it stands at.
-    void Pass(uint64_t after, uint64_t up_to);
+    // There is nothing of interest behind what LookUpTo or Pass was called with last, up to that change. A
+    // cursor that was left behind would look like one of a slow receiver once the log gives up what it stands
+    // at.
+    void Pass(uint64_t up_to);
 
     // Ends the subscription: no event is delivered any more. Waits until the receiver's running call has
     // ended and it was told of the end; not so in a call from the receiver itself, and not where two
@@ -75,6 +75,18 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     std::chrono::nanoseconds within() const noexcept { return settings_.within; }
     // Until Cancel is called. The subscription's own thread lets it go.
     const std::shared_ptr<EventReceiver>& receiver() const noexcept { return settings_.receiver; }
+
+ protected:
+    // Called by the subscription's thread when it has nothing to do. Returns once it IsWanted.
+    virtual void Rest() = 0;
+    // The subscription IsWanted now and Rest must return, wherever it waits.
+    virtual void EndRest() = 0;
+
+    // Whether there are changes to look at or the subscription is to end.
+    bool IsWanted();
+    // Waits until the subscription IsWanted or Call was called since the last time.
+    void AwaitCall();
+    void Call();
 
  private:
     struct Batch {
@@ -86,11 +98,11 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
 
     void Run();
     bool DeliverNext();
-    bool Rest();
+    bool PauseAfterFault();
+    bool AwaitCancel();
     Status Collect(uint64_t after, Batch& batch);
     Status CollectIn(RepositoryReader& reader, uint64_t after, Batch& batch);
     Status Examine(RepositoryReader& reader, const ChangeView& change, Batch& batch);
-    bool WaitForChanges(uint64_t& cursor);
     bool HandOver(Batch& batch) noexcept;
     bool WaitsInTurnFor(const Subscription* other) const;
 
@@ -102,7 +114,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     uint64_t cursor_;  // changes up to this one are done with
     uint64_t last_;    // changes up to this one are there to look at
     bool is_cancelled_ = false;
-    bool is_abandoned_ = false;
+    bool is_called_ = false;
 
     const Subscription* waits_for_ = nullptr;  // under a mutex of all subscriptions
 };
