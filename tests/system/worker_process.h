@@ -26,11 +26,11 @@ inline constexpr bool kIsSanitized = false;
 
 class WorkerProcess {
  public:
-    explicit WorkerProcess(std::vector<std::string> arguments) {
+    explicit WorkerProcess(std::vector<std::string> arguments, const char* program = SYSTEM_WORKER) {
         int input[2], output[2];
         if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
             throw std::runtime_error("pipe failed");
-        arguments.insert(arguments.begin(), SYSTEM_WORKER);
+        arguments.insert(arguments.begin(), program);
         std::vector<char*> argv;
         for (std::string& argument : arguments)
             argv.push_back(argument.data());

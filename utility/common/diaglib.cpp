@@ -185,7 +185,8 @@ std::string MakeLine(int level, const wchar_t* sourceFile, int line, std::wstrin
 void Write(int level, const wchar_t* sourceFile, int line, const wchar_t* format,
            std::va_list arguments) noexcept {
     try {
-        static const Log log = OpenLog();
+        // Never destroyed: subscriptions may still log while the process ends.
+        static const Log& log = *std::make_unique<const Log>(OpenLog()).release();
         if (log.logger == nullptr || (log.failuresOnly && level != LEVEL_FAILURE)) return;
 
         const std::wstring text = FormatText(format, arguments);

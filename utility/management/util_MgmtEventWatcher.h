@@ -12,7 +12,14 @@
 // Lifetime. While a subscription runs, the watcher that started it must stay alive and must not be assigned
 // to: until its Stop (or that of a copy made after Start) has returned true and no handler is running any
 // more. The service lets a Stop on any other thread wait for the handlers that are running; a Stop from
-// within a handler returns at once, so a handler must not destroy its watcher.
+// within a handler returns at once, so a handler must not destroy its watcher; and events that were on their
+// way with the one that it is called for may still be handled.
+//
+// Processes. A process may end while subscriptions run: no handler is called any more once exit has begun or
+// main has returned, and the end waits for those that are running, a second at most. A forked child has none
+// of its parent's subscriptions: there Stop returns false. A subscription stays with the store that it began
+// with. When that is removed and made anew it hears nothing more, and neither does one that the same watcher
+// starts again; a watcher of a new default scope has the new store.
 //
 // Exceptions. Start and Stop throw CManagementException MGMT_ERR_SHARED_DATA as CMgmtScope does. Memory that
 // cannot be allocated raises std::bad_alloc, _com_error or CAtlException. What a handler throws ends the
