@@ -6,6 +6,8 @@
 #include "service/com/qualifier_set.h"
 #include "service/com/system_properties.h"
 #include "service/com/variant_conversion.h"
+#include "service/language/mof_writer.h"
+#include "service/model/limits.h"
 #include "service/model/text.h"
 
 namespace service {
@@ -34,19 +36,35 @@ CIMTYPE PublishedType(const PropertyType& type) noexcept {
 }
 
 Status UnknownProperty(const ClassDefinition& definition, LPCWSTR name) {
-    return {WBEM_E_NOT_FOUND, "class " + definition.Name() + " has no property " + ToUtf8Lossy(name)};
+    constexpr size_t kShown = 8;
+    const auto& properties = definition.Properties();
+    std::string known;
+    for (size_t i = 0; i < std::min(properties.size(), kShown); ++i)
+        known += (i > 0 ? ", " : "") + properties[i].name;
+    if (properties.size() > kShown) known += " and " + std::to_string(properties.size() - kShown) + " more";
+    return {WBEM_E_NOT_FOUND, "class " + definition.Name() + " has no property " +
+                                  ClipForMessage(ToUtf8Lossy(name), kMaxNameBytes) + ": " +
+                                  (known.empty() ? "it has none" : "those that it has are " + known)};
 }
 
 Status NullArgument(const char* what) {
     return {WBEM_E_INVALID_PARAMETER, std::string(what) + " must not be null"};
 }
 
-Status NoMethods() {
-    return {WBEM_E_NOT_SUPPORTED, "methods are not supported"};
-}
-
 Status CheckNoFlags(long flags) {
     return flags == 0 ? Status() : Status(WBEM_E_INVALID_PARAMETER, "the flags must be 0");
+}
+
+// The flavors that a qualifier is declared with; `declared` is in the order of folded names, or null.
+std::optional<uint32_t> DeclaredFlavor(const std::vector<QualifierDeclaration>* declared,
+                                       std::string_view name) {
+    if (!declared) return std::nullopt;
+    const std::string folded = Fold(name);
+    const auto found = std::lower_bound(
+        declared->begin(), declared->end(), folded,
+        [](const QualifierDeclaration& each, const std::string& wanted) { return Fold(each.name) < wanted; });
+    if (found == declared->end() || Fold(found->name) != folded) return std::nullopt;
+    return found->flavor;
 }
 
 class SafeArrayOwner {
@@ -116,6 +134,7 @@ Status ClassObject::Redeclare(ClassDeclaration declaration) {
                              ResolveEdited(declaration, edited.superclass, edited.definition->Id()));
     edited.declaration = std::move(declaration);
     enumeration_.reset();
+    method_enumeration_.reset();
     return {};
 }
 
@@ -251,7 +270,8 @@ Status ClassObject::PutClassProperty(const std::string& name, const VARIANT* var
         declared->type.type = static_cast<CimType>(base);
         declared->type.is_array = (type & CIM_FLAG_ARRAY) != 0;
     } else if (!known) {
-        return {WBEM_E_INVALID_PARAMETER, "property " + name + ": a new property needs its type"};
+        return {WBEM_E_INVALID_PARAMETER,
+                "property " + name + ": a new property needs its type, one of the CIM type codes"};
     }
     if (variant) {
         Result<Value> converted = FromVariant(declared->type, *variant, kUnwrap);
@@ -269,7 +289,8 @@ Status ClassObject::PutSystemProperty(const std::string& name, const VARIANT* va
     if (!IsClass() || !EqualFolded(name, "__CLASS")) {
         return {WBEM_E_READ_ONLY, "the system property " + name + " cannot be set"};
     }
-    if (!variant || variant->vt != VT_BSTR) return {WBEM_E_TYPE_MISMATCH, "the name of a class is a text"};
+    if (!variant || variant->vt != VT_BSTR)
+        return {WBEM_E_TYPE_MISMATCH, "__CLASS takes a text, the name of the class"};
     SERVICE_ASSIGN_OR_RETURN(std::string class_name, TakeText(variant->bstrVal, "the class's name"));
     SERVICE_RETURN_IF_ERROR(CheckName("class", class_name));
     ClassDeclaration declaration = AsClass().declaration;
@@ -282,7 +303,8 @@ HRESULT ClassObject::Delete(LPCWSTR wszName) {
     return AtBoundary([&]() -> Status {
         if (!wszName) return NullArgument("wszName");
         if (FindSystemProperty(wszName))
-            return {WBEM_E_INVALID_OPERATION, "a system property cannot be deleted"};
+            return {WBEM_E_INVALID_OPERATION,
+                    "the system property " + ToUtf8Lossy(wszName) + " cannot be deleted"};
         const auto index = Definition()->FindProperty(std::wstring_view(wszName));
         if (!index) return UnknownProperty(*Definition(), wszName);
         if (!IsClass()) {
@@ -291,8 +313,9 @@ HRESULT ClassObject::Delete(LPCWSTR wszName) {
         }
         const PropertyDefinition& property = Definition()->Properties()[*index];
         if (!property.is_local) {
-            return {WBEM_E_PROPAGATED_PROPERTY,
-                    "property " + property.name + " is inherited from " + property.origin};
+            return {WBEM_E_PROPAGATED_PROPERTY, "property " + Definition()->Name() + "." + property.name +
+                                                    " is inherited from " + property.origin +
+                                                    ": delete it there"};
         }
         ClassDeclaration declaration = AsClass().declaration;
         std::erase_if(declaration.properties, [&](const PropertyDeclaration& declared) {
@@ -348,7 +371,9 @@ HRESULT ClassObject::Next(long lFlags, BSTR* strName, VARIANT* pVal, CIMTYPE* pT
     bool has_more = true;
     const HRESULT result = AtBoundary([&]() -> Status {
         SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
-        if (!enumeration_) return {WBEM_E_UNEXPECTED, "no enumeration of this object has begun"};
+        if (!enumeration_)
+            return {WBEM_E_UNEXPECTED,
+                    "no enumeration of this object has begun: call BeginEnumeration first"};
         size_t& position = enumeration_->position;
         if (position < kSystemPropertyCount) {
             const SystemProperty& property = SystemPropertyAt(position);
@@ -416,9 +441,40 @@ HRESULT ClassObject::Clone(IWbemClassObject** ppCopy) {
     });
 }
 
-HRESULT ClassObject::GetObjectText(long, BSTR*) {
-    return AtBoundary([]() -> Status {
-        return {WBEM_E_NOT_SUPPORTED, "MOF text of an object is not supported"};
+Result<std::string> ClassObject::TextOf(long flags) const {
+    std::string text;
+    if (!IsClass()) {
+        SERVICE_RETURN_IF_ERROR(AppendInstanceMof(AsInstance(), text));
+        return text;
+    }
+    const ClassDeclaration& declaration = AsClass().declaration;
+    if (declaration.name.empty())
+        return Status(WBEM_E_INCOMPLETE_CLASS,
+                      "the class has no name: set __CLASS before asking for its text");
+    MofForm form;
+    form.with_flavors = (flags & WBEM_FLAG_NO_FLAVORS) == 0;
+    SchemaCache::QualifierList declared;
+    if (connection_) {
+        SERVICE_RETURN_IF_ERROR(connection_->repository->Read([&](RepositoryReader& reader) -> Status {
+            SERVICE_ASSIGN_OR_RETURN(declared, reader.QualifierDeclarations(connection_->space));
+            return {};
+        }));
+    }
+    form.declared_flavor = [&](std::string_view name) { return DeclaredFlavor(declared.get(), name); };
+    SERVICE_RETURN_IF_ERROR(AppendClassMof(declaration, form, text));
+    return text;
+}
+
+HRESULT ClassObject::GetObjectText(long lFlags, BSTR* pstrObjectText) {
+    return AtBoundary([&]() -> Status {
+        if (!pstrObjectText) return NullArgument("pstrObjectText");
+        *pstrObjectText = nullptr;
+        if (lFlags & ~static_cast<long>(WBEM_FLAG_NO_FLAVORS)) {
+            return {WBEM_E_INVALID_PARAMETER, "the flags of an object's text are 0 or WBEM_FLAG_NO_FLAVORS"};
+        }
+        SERVICE_ASSIGN_OR_RETURN(const std::string text, TextOf(lFlags));
+        SERVICE_ASSIGN_OR_RETURN(*pstrObjectText, MakeBstr(text));
+        return {};
     });
 }
 
@@ -445,7 +501,8 @@ HRESULT ClassObject::SpawnInstance(long lFlags, IWbemClassObject** ppNewInstance
             return {WBEM_E_INCOMPLETE_CLASS, "the class has no name yet"};
         if (Definition()->IsAbstract()) {
             return {WBEM_E_INVALID_OPERATION,
-                    "class " + Definition()->Name() + " is abstract and has no instances"};
+                    "class " + Definition()->Name() +
+                        " is abstract and has no instances: spawn one of a class derived from it"};
         }
         *ppNewInstance = OfInstance(connection_, Instance(Definition())).Detach();
         return {};
@@ -488,31 +545,6 @@ HRESULT ClassObject::InheritsFrom(LPCWSTR strAncestor) {
         return {};
     });
     return result == S_OK && !inherits ? static_cast<HRESULT>(WBEM_S_FALSE) : result;
-}
-
-HRESULT ClassObject::GetMethod(LPCWSTR, long, IWbemClassObject**, IWbemClassObject**) {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::PutMethod(LPCWSTR, long, IWbemClassObject*, IWbemClassObject*) {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::DeleteMethod(LPCWSTR) {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::BeginMethodEnumeration(long) {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::NextMethod(long, BSTR*, IWbemClassObject**, IWbemClassObject**) {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::EndMethodEnumeration() {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::GetMethodQualifierSet(LPCWSTR, IWbemQualifierSet**) {
-    return AtBoundary(NoMethods);
-}
-HRESULT ClassObject::GetMethodOrigin(LPCWSTR, BSTR*) {
-    return AtBoundary(NoMethods);
 }
 
 Result<IUnknown*> WrapEmbedded(const ConnectionPtr& connection, const ObjectPtr& object) {

@@ -119,11 +119,13 @@ class ClassObject final : public ComObject<IWbemClassObject, IServiceObject> {
     Status PutInstanceProperty(size_t index, const VARIANT* variant, CIMTYPE type);
     Status PutClassProperty(const std::string& name, const VARIANT* variant, CIMTYPE type);
     Status PutSystemProperty(const std::string& name, const VARIANT* variant);
+    Result<std::string> TextOf(long flags) const;
     void FillIn(size_t index, CIMTYPE* type, long* flavor) const;
 
     const ConnectionPtr connection_;
     State state_;
     std::optional<Enumeration> enumeration_;
+    std::optional<Enumeration> method_enumeration_;
 };
 
 // How embedded objects travel to and from variants.

@@ -51,7 +51,9 @@ Result<std::vector<Context::Entry>::iterator> Context::FindSet(LPCWSTR name, lon
     SERVICE_RETURN_IF_ERROR(CheckNoFlags(flags));
     SERVICE_ASSIGN_OR_RETURN(const std::string wanted, TakeName(name));
     const auto entry = Find(wanted);
-    if (entry == entries_.end()) return Status(WBEM_E_NOT_FOUND, "the context has no value " + wanted);
+    if (entry == entries_.end())
+        return Status(WBEM_E_NOT_FOUND,
+                      "the context has no value " + wanted + ": GetNames lists those it has");
     return entry;
 }
 
@@ -97,7 +99,9 @@ HRESULT Context::Next(long lFlags, BSTR* pstrName, VARIANT* pValue) {
     bool has_more = true;
     const HRESULT result = AtBoundary([&]() -> Status {
         SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
-        if (!position_) return {WBEM_E_UNEXPECTED, "no enumeration of this context has begun"};
+        if (!position_)
+            return {WBEM_E_UNEXPECTED,
+                    "no enumeration of this context has begun: call BeginEnumeration first"};
         has_more = *position_ < entries_.size();
         if (!has_more) return {};
         const Entry& entry = entries_[*position_];

@@ -8,6 +8,7 @@
 #include "service/com/locator.h"
 #include "service/com/mof_compiler.h"
 #include "service/com/object_text_source.h"
+#include "service/com/store_admin.h"
 
 namespace service {
 namespace {
@@ -55,6 +56,7 @@ extern "C" __attribute__((visibility("default"))) HRESULT DllGetClassObject(REFC
     if (rclsid == CLSID_MofCompiler) return service::MakeFactory<service::MofCompiler>(riid, ppv);
     if (rclsid == CLSID_WbemContext) return service::MakeFactory<service::Context>(riid, ppv);
     if (rclsid == CLSID_WbemObjectTextSrc) return service::MakeFactory<service::ObjectTextSource>(riid, ppv);
+    if (rclsid == CLSID_MgmtStore) return service::MakeFactory<service::StoreAdmin>(riid, ppv);
     return CLASS_E_CLASSNOTAVAILABLE;
 }
 

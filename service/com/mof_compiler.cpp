@@ -2,19 +2,25 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "service/com/boundary.h"
 #include "service/com/identity.h"
 #include "service/language/mof_compiler.h"
+#include "service/model/text.h"
 #include "service/store/repository.h"
 
 namespace service {
@@ -26,6 +32,7 @@ struct ImportFlags {
     bool is_check_only = false;
     PutCondition classes = PutCondition::kCreateOrUpdate;
     PutCondition instances = PutCondition::kCreateOrUpdate;
+    bool is_forced = false;
 };
 
 Result<PutCondition> ConditionOf(LONG flags) {
@@ -37,18 +44,38 @@ Result<PutCondition> ConditionOf(LONG flags) {
         case WBEM_FLAG_CREATE_ONLY:
             return PutCondition::kCreateOnly;
         default:
-            return Status(
-                WBEM_E_INVALID_PARAMETER,
-                "the flags of classes and instances are create or update, update only or create only");
+            return Status(WBEM_E_INVALID_PARAMETER,
+                          "the flags of classes and instances are create or update, update only or create "
+                          "only, and for "
+                          "classes safe mode or force mode besides");
     }
 }
 
 Result<ImportFlags> ReadFlags(LONG options, LONG classes, LONG instances) {
     ImportFlags flags;
     flags.is_check_only = (options & WBEM_FLAG_CHECK_ONLY) != 0;
-    SERVICE_ASSIGN_OR_RETURN(flags.classes, ConditionOf(classes));
+    flags.is_forced = (classes & WBEM_FLAG_UPDATE_FORCE_MODE) != 0;
+    constexpr LONG kModes = WBEM_FLAG_UPDATE_SAFE_MODE | WBEM_FLAG_UPDATE_FORCE_MODE;
+    SERVICE_ASSIGN_OR_RETURN(flags.classes, ConditionOf(classes & ~kModes));
     SERVICE_ASSIGN_OR_RETURN(flags.instances, ConditionOf(instances));
     return flags;
+}
+
+// `shown` names the file in messages.
+Result<std::string> ReadWhole(const std::string& name, const std::string& shown) {
+    struct stat facts {};
+    if (stat(name.c_str(), &facts) != 0) return Status(WBEM_E_NOT_FOUND, shown + ": " + std::strerror(errno));
+    if (S_ISDIR(facts.st_mode))
+        return Status(WBEM_E_INVALID_PARAMETER, shown + " is a directory: name the files in it");
+    std::ifstream file(name, std::ios::binary);
+    if (!file.is_open())
+        return Status(WBEM_E_ACCESS_DENIED, shown + " cannot be read: " + std::strerror(errno));
+    std::string bytes;
+    // A pipe has no size.
+    if (S_ISREG(facts.st_mode)) bytes.reserve(static_cast<size_t>(facts.st_size));
+    bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    if (file.bad()) return Status(WBEM_E_ACCESS_DENIED, shown + " cannot be read: " + std::strerror(errno));
+    return bytes;
 }
 
 // An import's transaction as the language sees it.
@@ -75,19 +102,73 @@ class TransactionTarget final : public MofTarget {
 
     Result<ClassPtr> FindClass(std::string_view name) override { return writer_.FindClass(space_, name); }
 
-    Status PutClass(ClassDeclaration declaration) override {
+    Status PutClass(ClassDeclaration declaration, const MofUpdate& update) override {
         bool is_changed = false;
-        return writer_.PutClass(space_, std::move(declaration), flags_.classes, is_changed);
+        return writer_.PutClass(space_, std::move(declaration), ConditionBy(update, flags_.classes),
+                                is_changed, ModeBy(update));
     }
 
-    Status PutInstance(Instance instance) override {
-        return writer_.PutInstance(space_, instance, flags_.instances);
+    Status PutInstance(Instance instance, const MofUpdate& update) override {
+        return writer_.PutInstance(space_, instance, ConditionBy(update, flags_.instances));
     }
+
+    Status PutQualifierDeclaration(QualifierDeclaration declaration) override {
+        bool is_changed = false;
+        return writer_.PutQualifierDeclaration(space_, declaration, is_changed);
+    }
+
+    Result<std::vector<QualifierDeclaration>> QualifierDeclarations() override {
+        SERVICE_ASSIGN_OR_RETURN(const auto declarations, writer_.QualifierDeclarations(space_));
+        return *declarations;
+    }
+
+    Status DeleteClass(const std::string& name) override {
+        return writer_.DeleteClass(space_, name, ModeBy({}));
+    }
+
+    Status DeleteInstance(const ObjectPath& path) override { return writer_.DeleteInstance(space_, path); }
 
  private:
+    // What the text asks for goes before what the caller does.
+    static PutCondition ConditionBy(const MofUpdate& update, PutCondition asked) noexcept {
+        if (update.is_update_only) return PutCondition::kUpdateOnly;
+        return update.is_create_only ? PutCondition::kCreateOnly : asked;
+    }
+    ClassUpdate ModeBy(const MofUpdate& update) const noexcept {
+        return update.is_forced || flags_.is_forced ? ClassUpdate::kForced : ClassUpdate::kSafe;
+    }
+
     RepositoryWriter& writer_;
     const ImportFlags& flags_;
     Namespace space_;
+};
+
+// The files of this machine. Relative names count from the file that names them, in a text that is in no file
+// from the current directory.
+class DiskFiles final : public MofFiles {
+ public:
+    Result<Found> Find(std::string_view name, const MofSource& including) override {
+        namespace fs = std::filesystem;
+        // Published schemas separate folders either way.
+        std::string slashed(name);
+        std::replace(slashed.begin(), slashed.end(), '\\', '/');
+        const fs::path folder = including.file.empty() ? fs::path() : fs::path(including.file).parent_path();
+        std::error_code fault;
+        for (const std::string& spelled : {std::string(name), slashed}) {
+            const fs::path file = fs::canonical(folder / spelled, fault);
+            if (fault) continue;
+            if (!fs::is_regular_file(file, fault)) {
+                return Status(WBEM_E_INVALID_PARAMETER, file.string() + " is no file that can be included");
+            }
+            const fs::path shown =
+                including.file.empty() ? fs::path(spelled) : fs::path(including.name).parent_path() / spelled;
+            return Found{shown.lexically_normal().string(), file.string()};
+        }
+        return Status(WBEM_E_NOT_FOUND, "the file " + (folder / slashed).lexically_normal().string() +
+                                            " cannot be included: " + fault.message());
+    }
+
+    Result<std::string> Read(const Found& found) override { return ReadWhole(found.file, found.name); }
 };
 
 void FillIn(const MofImport& import, WBEM_COMPILE_STATUS_INFO* info) noexcept {
@@ -103,8 +184,16 @@ void FillIn(const MofImport& import, WBEM_COMPILE_STATUS_INFO* info) noexcept {
 
 Status Import(const std::vector<MofSource>& sources, const std::string& default_namespace,
               const ImportFlags& flags, CComPtr<IMofProgress> progress, WBEM_COMPILE_STATUS_INFO* info) {
+    DiskFiles files;
     MofOptions options;
-    if (progress) options.progress = [&](size_t done, size_t total) { progress->Progress(done, total); };
+    options.files = &files;
+    std::set<std::string> warned;  // the transaction may run again
+    if (progress) {
+        options.progress = [&](size_t done, size_t total) { progress->Progress(done, total); };
+        options.warn = [&](const std::string& sentence) {
+            if (warned.insert(sentence).second) progress->Warning(ToWideLossy(sentence).c_str());
+        };
+    }
     SERVICE_ASSIGN_OR_RETURN(const std::shared_ptr<Repository> repository,
                              Repository::Open(Repository::DefaultDirectory()));
     MofImport import;
@@ -119,18 +208,6 @@ Status Import(const std::vector<MofSource>& sources, const std::string& default_
     });
     FillIn(import, info);
     return is_checked && !import.fault ? Status() : std::move(result);
-}
-
-Result<std::string> ReadWhole(const std::string& name) {
-    struct stat facts {};
-    if (stat(name.c_str(), &facts) != 0) return Status(WBEM_E_NOT_FOUND, name + ": " + std::strerror(errno));
-    if (S_ISDIR(facts.st_mode))
-        return Status(WBEM_E_INVALID_PARAMETER, name + " is a directory: name the files in it");
-    std::ifstream file(name, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (file.bad() || !file.is_open())
-        return Status(WBEM_E_ACCESS_DENIED, name + " cannot be read: " + std::strerror(errno));
-    return bytes;
 }
 
 Result<std::string> NamespaceArgument(LPWSTR given) {
@@ -158,13 +235,17 @@ HRESULT MofCompiler::CompileFile(LPWSTR FileName, LPWSTR ServerAndNamespace, LPW
             if (end > start) names.push_back(list.substr(start, end - start));
             start = end + 1;
         }
-        std::vector<std::string> texts;
+        std::deque<std::string> texts;
         std::vector<MofSource> sources;
-        texts.reserve(names.size());
         for (const std::string& name : names) {
-            SERVICE_ASSIGN_OR_RETURN(std::string text, ReadWhole(name));
-            texts.push_back(std::move(text));
-            sources.push_back({name, texts.back()});
+            std::error_code fault;
+            if (std::filesystem::is_regular_file(name, fault)) {
+                sources.push_back({name, {}, std::filesystem::canonical(name).string()});
+                continue;
+            }
+            // A pipe can be read once only, and the transaction may run again.
+            SERVICE_ASSIGN_OR_RETURN(std::string text, ReadWhole(name, name));
+            sources.push_back({name, texts.emplace_back(std::move(text))});
         }
         return Import(sources, space, flags, progress_, pInfo);
     });

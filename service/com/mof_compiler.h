@@ -5,9 +5,13 @@
 // says "file:line:column: what was found and what was expected", and `pInfo` has the line. On success
 // `pInfo->ObjectNum` is the number of classes and instances that were declared.
 //
+// What `#pragma include` names is read from the file's folder, or from the current directory for a buffer.
+//
 // Option flags: WBEM_FLAG_CHECK_ONLY does everything and then stores nothing; the others have no effect. The
 // flags of classes and instances are WBEM_FLAG_CREATE_OR_UPDATE, WBEM_FLAG_UPDATE_ONLY and
-// WBEM_FLAG_CREATE_ONLY. Without a namespace argument a text begins in root\default.
+// WBEM_FLAG_CREATE_ONLY; what a text says by #pragma classflags and instanceflags goes before them. With
+// WBEM_FLAG_UPDATE_FORCE_MODE in the flags of classes, classes change and are deleted with their instances
+// where that takes something from them. Without a namespace argument a text begins in root\default.
 //
 // One thread at a time.
 #pragma once

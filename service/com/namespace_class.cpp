@@ -71,7 +71,9 @@ Status PutNamespaceInstance(const Connection& connection, const Instance& instan
     ValueView view;
     SERVICE_RETURN_IF_ERROR(instance.Read(kNameIndex, storage, view));
     const auto* name = std::get_if<std::string_view>(&view);
-    if (!name) return {WBEM_E_ILLEGAL_NULL, "the namespace has no name"};
+    if (!name)
+        return {WBEM_E_ILLEGAL_NULL,
+                "key property __Namespace.Name has no value: it is the namespace's name"};
     SERVICE_RETURN_IF_ERROR(CheckName("namespace", *name, true));
     const std::string path = connection.space.path + "\\" + std::string(*name);
     SERVICE_ASSIGN_OR_RETURN(const NamespacePath parsed, ParseNamespacePath(path));

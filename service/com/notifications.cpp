@@ -103,7 +103,9 @@ Status CancelSink(const ConnectionPtr& connection, IWbemObjectSink* sink) {
         return static_cast<const SinkReceiver&>(receiver).IsFor(identity);
     });
     if (cancelled > 0) return {};
-    return {WBEM_E_NOT_FOUND, "the sink has no subscription that could be cancelled"};
+    return {WBEM_E_NOT_FOUND,
+            "the sink has no subscription that could be cancelled: it was cancelled before, or never "
+            "given to ExecNotificationQueryAsync"};
 }
 
 }  // namespace service

@@ -49,15 +49,20 @@ Result<PropertyType> TypeOfVariant(VARTYPE variant_type) {
 }  // namespace
 
 CComPtr<QualifierSet> QualifierSet::OfClass(CComPtr<ClassObject> object) {
-    return MakeCom<QualifierSet>(std::move(object), std::nullopt);
+    return MakeCom<QualifierSet>(std::move(object), std::nullopt, nullptr);
 }
 
 CComPtr<QualifierSet> QualifierSet::OfProperty(CComPtr<ClassObject> object, std::string property) {
-    return MakeCom<QualifierSet>(std::move(object), std::move(property));
+    return MakeCom<QualifierSet>(std::move(object), std::move(property), nullptr);
+}
+
+CComPtr<QualifierSet> QualifierSet::OfMethod(CComPtr<ClassObject> object, MethodPtr method) {
+    return MakeCom<QualifierSet>(std::move(object), std::nullopt, std::move(method));
 }
 
 const std::vector<Qualifier>& QualifierSet::InEffect() const {
     static const std::vector<Qualifier> none;
+    if (method_) return method_->qualifiers;
     const ClassDefinition& definition = *object_->Definition();
     if (!property_) return definition.Qualifiers();
     const auto index = definition.FindProperty(std::string_view(*property_));
@@ -80,6 +85,7 @@ std::vector<Qualifier>& QualifierSet::OwnOf(ClassDeclaration& declaration) const
 
 bool QualifierSet::IsOwn(const Qualifier& qualifier) const {
     if (!object_->IsClass()) return false;
+    if (method_) return IsOwnOfMethod(qualifier);
     const ClassDeclaration& declaration = object_->AsClass().declaration;
     if (!property_) return FindQualifier(declaration.qualifiers, qualifier.name) != nullptr;
     for (const PropertyDeclaration& property : declaration.properties) {
@@ -89,7 +95,26 @@ bool QualifierSet::IsOwn(const Qualifier& qualifier) const {
     return false;
 }
 
-Status QualifierSet::CheckIsClass() const {
+bool QualifierSet::IsOwnOfMethod(const Qualifier& qualifier) const {
+    for (const MethodDeclaration& method : object_->AsClass().declaration.methods) {
+        if (EqualFolded(method.name, method_->name))
+            return FindQualifier(method.qualifiers, qualifier.name) != nullptr;
+    }
+    return false;
+}
+
+std::string QualifierSet::Owner() const {
+    const std::string& name = object_->Definition()->Name();
+    if (method_) return "method " + name + "." + method_->name;
+    return property_ ? "property " + name + "." + *property_ : "class " + name;
+}
+
+Status QualifierSet::CheckCanChange() const {
+    if (method_) {
+        return {WBEM_E_NOT_SUPPORTED,
+                "the qualifiers of a method are not changed through a class object: "
+                "import the class's declaration as MOF"};
+    }
     if (object_->IsClass()) return {};
     return {WBEM_E_INVALID_OPERATION, "the qualifiers of an instance are its class's: change them there"};
 }
@@ -122,7 +147,7 @@ HRESULT QualifierSet::Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, long* plF
             if (plFlavor) *plFlavor = WBEM_FLAVOR_FLAG_PROPAGATE_TO_DERIVED_CLASS;
             return {};
         }
-        if (!qualifier) return {WBEM_E_NOT_FOUND, "there is no qualifier " + ToUtf8Lossy(wszName)};
+        if (!qualifier) return {WBEM_E_NOT_FOUND, Owner() + " has no qualifier " + ToUtf8Lossy(wszName)};
         if (pVal) SERVICE_RETURN_IF_ERROR(ReadQualifier(*qualifier, pVal));
         FillIn(*qualifier, plFlavor);
         return {};
@@ -134,7 +159,7 @@ HRESULT QualifierSet::Put(LPCWSTR wszName, VARIANT* pVal, long lFlavor) {
         if (!wszName || !pVal || (lFlavor & ~kSettableFlavor)) {
             return {WBEM_E_INVALID_PARAMETER, "a name, a value and a published flavor are needed"};
         }
-        SERVICE_RETURN_IF_ERROR(CheckIsClass());
+        SERVICE_RETURN_IF_ERROR(CheckCanChange());
         Qualifier qualifier;
         SERVICE_ASSIGN_OR_RETURN(qualifier.name,
                                  TakeText(std::wstring_view(wszName), "the qualifier's name"));
@@ -153,12 +178,13 @@ HRESULT QualifierSet::Put(LPCWSTR wszName, VARIANT* pVal, long lFlavor) {
 HRESULT QualifierSet::Delete(LPCWSTR wszName) {
     return AtBoundary([&]() -> Status {
         if (!wszName) return {WBEM_E_INVALID_PARAMETER, "a name is needed"};
-        SERVICE_RETURN_IF_ERROR(CheckIsClass());
+        SERVICE_RETURN_IF_ERROR(CheckCanChange());
         const std::string name = ToUtf8Lossy(wszName);
         const Qualifier* qualifier = FindQualifier(InEffect(), name);
-        if (!qualifier) return {WBEM_E_NOT_FOUND, "there is no qualifier " + name};
+        if (!qualifier) return {WBEM_E_NOT_FOUND, Owner() + " has no qualifier " + name};
         if (!IsOwn(*qualifier))
-            return {WBEM_E_PROPAGATED_QUALIFIER, "the qualifier " + name + " is inherited"};
+            return {WBEM_E_PROPAGATED_QUALIFIER,
+                    "the qualifier " + name + " is inherited: delete it from the class that gives it"};
         ClassDeclaration declaration = object_->AsClass().declaration;
         std::erase_if(OwnOf(declaration),
                       [&](const Qualifier& each) { return EqualFolded(each.name, name); });
@@ -188,7 +214,9 @@ HRESULT QualifierSet::BeginEnumeration(long) {
 HRESULT QualifierSet::Next(long, BSTR* pstrName, VARIANT* pVal, long* plFlavor) {
     bool has_more = true;
     const HRESULT result = AtBoundary([&]() -> Status {
-        if (!position_) return {WBEM_E_UNEXPECTED, "no enumeration of these qualifiers has begun"};
+        if (!position_)
+            return {WBEM_E_UNEXPECTED,
+                    "no enumeration of these qualifiers has begun: call BeginEnumeration first"};
         const std::vector<Qualifier>& qualifiers = InEffect();
         has_more = *position_ < qualifiers.size();
         if (!has_more) return {};

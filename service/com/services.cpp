@@ -29,7 +29,9 @@ Status CheckFlags(long flags, long known) {
     constexpr long kHarmless = WBEM_FLAG_RETURN_IMMEDIATELY | WBEM_FLAG_FORWARD_ONLY |
                                WBEM_FLAG_USE_AMENDED_QUALIFIERS | WBEM_FLAG_DIRECT_READ;
     if ((flags & ~(known | kHarmless)) == 0) return {};
-    return {WBEM_E_INVALID_PARAMETER, "flags " + std::to_string(flags) + " are not known for this request"};
+    return {WBEM_E_INVALID_PARAMETER, "flags " + std::to_string(flags & ~kHarmless) +
+                                          " are not known for this request, which takes " +
+                                          (known ? std::to_string(known) : "none")};
 }
 
 Result<PutCondition> ConditionOf(long flags) {
@@ -42,19 +44,43 @@ Result<PutCondition> ConditionOf(long flags) {
         case WBEM_FLAG_CREATE_ONLY:
             return PutCondition::kCreateOnly;
         default:
-            return Status(WBEM_E_INVALID_PARAMETER, "update only and create only exclude each other");
+            return Status(
+                WBEM_E_INVALID_PARAMETER,
+                "the flags ask for update only and for create only: give one of them, or 0 for either");
+    }
+}
+
+// How a change of a class deals with what is stored; without a flag it is refused where that would suffer.
+Result<ClassUpdate> UpdateOf(long flags) {
+    switch (flags & WBEM_MASK_UPDATE_MODE) {
+        case WBEM_FLAG_UPDATE_COMPATIBLE:
+        case WBEM_FLAG_UPDATE_SAFE_MODE:
+            return ClassUpdate::kSafe;
+        case WBEM_FLAG_UPDATE_FORCE_MODE:
+            return ClassUpdate::kForced;
+        default:
+            return Status(WBEM_E_INVALID_PARAMETER,
+                          "the flags ask for a safe update and for a forced one: give one of them");
     }
 }
 
 Result<CComPtr<ClassObject>> OwnObject(IWbemClassObject* object, bool as_class) {
     if (!object) return Status(WBEM_E_INVALID_PARAMETER, "the object must not be null");
     CComPtr<ClassObject> own = ClassObject::From(object);
-    if (!own) return Status(WBEM_E_INVALID_OBJECT, "the object is not one of this service");
-    if (own->IsClass() != as_class) {
-        return Status(WBEM_E_INVALID_OBJECT, as_class ? "an instance stands where a class was expected"
-                                                      : "a class stands where an instance was expected");
+    if (!own) {
+        return Status(WBEM_E_INVALID_OBJECT,
+                      "the object is not one of this service: get one, or spawn an instance of a class");
     }
-    return own;
+    if (own->IsClass() == as_class) return own;
+    const std::string& name = own->Definition()->Name();
+    if (as_class) {
+        return Status(
+            WBEM_E_INVALID_OBJECT,
+            "an instance of class " + name + " was given where a class was expected: PutInstance takes it");
+    }
+    return Status(
+        WBEM_E_INVALID_OBJECT,
+        "class " + name + " was given where an instance was expected: put what its SpawnInstance makes");
 }
 
 }  // namespace
@@ -80,7 +106,8 @@ Status Services::CheckIdentityAccepted() const {
 
 Result<ConnectionPtr> Services::ConnectionFor(const ObjectPath& path) const {
     if (path.server && !IsThisMachine(*path.server)) {
-        return Status(WBEM_E_NOT_SUPPORTED, "the server " + *path.server + " is not this machine");
+        return Status(WBEM_E_NOT_SUPPORTED,
+                      "the server " + *path.server + " is not this machine: name it as \"\\\\.\\\"");
     }
     if (!path.namespace_path || EqualFolded(*path.namespace_path, connection_->space.path))
         return connection_;
@@ -101,10 +128,11 @@ Result<CComPtr<IWbemClassObject>> Services::Fetch(const std::string& path) const
     }
     if (parsed.IsClass()) {
         SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition,
-                                 repository.FindClass(connection->space, parsed.class_name));
+                                 In(*connection, repository.FindClass(connection->space, parsed.class_name)));
         return CComPtr<IWbemClassObject>(ClassObject::OfClass(std::move(connection), definition));
     }
-    SERVICE_ASSIGN_OR_RETURN(Instance instance, repository.GetInstance(connection->space, parsed));
+    SERVICE_ASSIGN_OR_RETURN(Instance instance,
+                             In(*connection, repository.GetInstance(connection->space, parsed)));
     return CComPtr<IWbemClassObject>(ClassObject::OfInstance(std::move(connection), std::move(instance)));
 }
 
@@ -187,14 +215,16 @@ HRESULT Services::PutClass(IWbemClassObject* pObject, long lFlags, IWbemContext*
     return AtBoundary([&]() -> Status {
         if (ppCallResult) *ppCallResult = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
-        SERVICE_ASSIGN_OR_RETURN(const PutCondition condition, ConditionOf(lFlags));
+        const long mode = lFlags & WBEM_MASK_UPDATE_MODE;
+        SERVICE_ASSIGN_OR_RETURN(const PutCondition condition, ConditionOf(lFlags & ~mode));
+        SERVICE_ASSIGN_OR_RETURN(const ClassUpdate update, UpdateOf(mode));
         SERVICE_ASSIGN_OR_RETURN(const CComPtr<ClassObject> object, OwnObject(pObject, true));
         const ClassDeclaration& declaration = object->AsClass().declaration;
         if (declaration.name.empty()) return {WBEM_E_INCOMPLETE_CLASS, "the class has no name: set __CLASS"};
-        return connection_->repository->Write([&](RepositoryWriter& writer) {
+        return In(*connection_, connection_->repository->Write([&](RepositoryWriter& writer) {
             bool is_changed = false;
-            return writer.PutClass(connection_->space, declaration, condition, is_changed);
-        });
+            return writer.PutClass(connection_->space, declaration, condition, is_changed, update);
+        }));
     });
 }
 
@@ -203,14 +233,17 @@ HRESULT Services::DeleteClass(const BSTR strClass, long lFlags, IWbemContext*,
     return AtBoundary([&]() -> Status {
         if (ppCallResult) *ppCallResult = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
-        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
+        SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_MASK_UPDATE_MODE));
+        SERVICE_ASSIGN_OR_RETURN(const ClassUpdate update, UpdateOf(lFlags));
         SERVICE_ASSIGN_OR_RETURN(const std::string text, TakeText(strClass, "the class's name"));
         SERVICE_ASSIGN_OR_RETURN(const ObjectPath path, ParseObjectPath(text));
         if (!path.IsClass())
-            return {WBEM_E_INVALID_PARAMETER, "the path " + text + " names an instance, not a class"};
+            return {WBEM_E_INVALID_PARAMETER,
+                    "the path " + text + " names an instance, not a class: DeleteInstance deletes it"};
         SERVICE_ASSIGN_OR_RETURN(const ConnectionPtr connection, ConnectionFor(path));
-        return connection->repository->Write(
-            [&](RepositoryWriter& writer) { return writer.DeleteClass(connection->space, path.class_name); });
+        return In(*connection, connection->repository->Write([&](RepositoryWriter& writer) {
+            return writer.DeleteClass(connection->space, path.class_name, update);
+        }));
     });
 }
 
@@ -256,8 +289,9 @@ HRESULT Services::PutInstance(IWbemClassObject* pInst, long lFlags, IWbemContext
         SERVICE_ASSIGN_OR_RETURN(const PutCondition condition, ConditionOf(lFlags));
         SERVICE_ASSIGN_OR_RETURN(const CComPtr<ClassObject> object, OwnObject(pInst, false));
         if (object->Definition() == NamespaceClass())
-            return PutNamespaceInstance(*connection_, object->AsInstance(), condition);
-        return connection_->repository->PutInstance(connection_->space, object->AsInstance(), condition);
+            return In(*connection_, PutNamespaceInstance(*connection_, object->AsInstance(), condition));
+        return In(*connection_,
+                  connection_->repository->PutInstance(connection_->space, object->AsInstance(), condition));
     });
 }
 
@@ -271,7 +305,7 @@ HRESULT Services::DeleteInstance(const BSTR strObjectPath, long lFlags, IWbemCon
         SERVICE_ASSIGN_OR_RETURN(const ObjectPath path, ParseObjectPath(text));
         SERVICE_ASSIGN_OR_RETURN(const ConnectionPtr connection, ConnectionFor(path));
         if (IsNamespaceClass(path.class_name)) return NotSupported("deleting a namespace");
-        return connection->repository->DeleteInstance(connection->space, path);
+        return In(*connection, connection->repository->DeleteInstance(connection->space, path));
     });
 }
 
@@ -284,7 +318,7 @@ HRESULT Services::CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemCon
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SHALLOW));
         SERVICE_ASSIGN_OR_RETURN(const std::string name, TakeText(strFilter, "the class's name"));
         SERVICE_ASSIGN_OR_RETURN(CComPtr<IEnumWbemClassObject> instances,
-                                 EnumerateInstances(connection_, name, lFlags));
+                                 In(*connection_, EnumerateInstances(connection_, name, lFlags)));
         *ppEnum = instances.Detach();
         return {};
     });
@@ -300,7 +334,7 @@ HRESULT Services::ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, lo
         SERVICE_RETURN_IF_ERROR(CheckQueryLanguage(strQueryLanguage));
         SERVICE_ASSIGN_OR_RETURN(const std::string query, TakeText(strQuery, "the query"));
         SERVICE_ASSIGN_OR_RETURN(CComPtr<IEnumWbemClassObject> instances,
-                                 QueryInstances(connection_, query, lFlags));
+                                 In(*connection_, QueryInstances(connection_, query, lFlags)));
         *ppEnum = instances.Detach();
         return {};
     });
@@ -314,7 +348,7 @@ HRESULT Services::ExecNotificationQueryAsync(const BSTR strQueryLanguage, const 
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SEND_STATUS));
         SERVICE_RETURN_IF_ERROR(CheckQueryLanguage(strQueryLanguage));
         SERVICE_ASSIGN_OR_RETURN(const std::string query, TakeText(strQuery, "the query"));
-        return SubscribeSink(connection_, query, pResponseHandler);
+        return In(*connection_, SubscribeSink(connection_, query, pResponseHandler));
     });
 }
 

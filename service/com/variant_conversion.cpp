@@ -148,8 +148,17 @@ Status StoreArray(CimType type, const Array& elements, WrapObject wrap, VARIANT&
     return {};
 }
 
+// "uint8, which takes 0 to 255".
+std::string DescribeAllowed(const PropertyType& type) {
+    const Representation held = RepresentationOf(type.type);
+    if (held != Representation::kSigned && held != Representation::kUnsigned) return DescribeType(type);
+    const IntegerRange range = RangeOf(type.type);
+    return DescribeType(type) + ", which takes " + std::to_string(range.low) + " to " +
+           std::to_string(range.high);
+}
+
 Status Mismatch(const PropertyType& type, const std::string& found) {
-    return {WBEM_E_TYPE_MISMATCH, found + " cannot become a value of type " + DescribeType(type)};
+    return {WBEM_E_TYPE_MISMATCH, found + " cannot become a value of type " + DescribeAllowed(type)};
 }
 
 std::string DescribeVariant(VARTYPE type) {

@@ -1,6 +1,5 @@
 #include "service/language/mof_classes.h"
 
-#include <array>
 #include <optional>
 #include <utility>
 
@@ -12,16 +11,14 @@ namespace {
 
 constexpr std::string_view kEmbeddedInstance = "EmbeddedInstance";
 constexpr std::string_view kEmbeddedObject = "EmbeddedObject";
+constexpr std::string_view kVoid = "void";
 
-std::optional<CimType> IntrinsicType(std::string_view name) {
-    constexpr std::array kTypes{CimType::kSint8,  CimType::kUint8,  CimType::kSint16,  CimType::kUint16,
-                                CimType::kSint32, CimType::kUint32, CimType::kSint64,  CimType::kUint64,
-                                CimType::kReal32, CimType::kReal64, CimType::kChar16,  CimType::kBoolean,
-                                CimType::kString, CimType::kObject, CimType::kDatetime};
-    for (const CimType type : kTypes) {
-        if (EqualFolded(name, CimTypeName(type))) return type;
-    }
-    return std::nullopt;
+// An association or an indication is a class, too.
+constexpr uint32_t kClassScopes = kScopeClass | kScopeAssociation | kScopeIndication;
+
+// What stands at a reference may be meant for references or for what it is besides.
+uint32_t ScopesOf(QualifierScope scope, const MofType& type) {
+    return type.is_reference ? scope | kScopeReference : static_cast<uint32_t>(scope);
 }
 
 const MofQualifier* FindQualifier(const std::vector<MofQualifier>& qualifiers, std::string_view name) {
@@ -67,7 +64,8 @@ MofClasses::Fault MofClasses::Convert(const MofClass& declared, size_t space, Cl
     const std::string name(declared.name.text);
     declaration = {name, std::string(declared.superclass.text), {}, {}, {}, 0};
     if (Fault fault = CheckSuperclass(declared, space)) return fault;
-    if (Fault fault = ConvertQualifiers(declared.qualifiers, "class " + Clip(name), declaration.qualifiers)) {
+    if (Fault fault = qualifiers_.Convert(declared.qualifiers, "class " + Clip(name), kClassScopes, space,
+                                          declaration.qualifiers)) {
         return fault;
     }
     declaration.properties.resize(declared.properties.size());
@@ -76,6 +74,11 @@ MofClasses::Fault MofClasses::Convert(const MofClass& declared, size_t space, Cl
                 ConvertProperty(declared, declared.properties[i], space, declaration.properties[i])) {
             return fault;
         }
+    }
+    declaration.methods.resize(declared.methods.size());
+    for (size_t i = 0; i < declared.methods.size(); ++i) {
+        if (Fault fault = ConvertMethod(declared, declared.methods[i], space, declaration.methods[i]))
+            return fault;
     }
     return {};
 }
@@ -97,30 +100,18 @@ MofClasses::Fault MofClasses::CheckTarget(const MofName& class_name, const MofOw
     return fault;
 }
 
-MofClasses::Fault MofClasses::ConvertQualifiers(const std::vector<MofQualifier>& qualifiers,
-                                                const std::string& owner,
-                                                std::vector<Qualifier>& converted) const {
-    converted.resize(qualifiers.size());
-    for (size_t i = 0; i < qualifiers.size(); ++i) {
-        Qualifier& qualifier = converted[i];
-        qualifier.name = qualifiers[i].name.text;
-        qualifier.flavor = FlavorOf(qualifiers[i]);
-        if (Status fault = ConvertQualifierValue(qualifiers[i], qualifier.type, qualifier.value);
-            !fault.ok()) {
-            return CheckFault(qualifiers[i].value->offset, fault.code(),
-                              "qualifier " + Clip(qualifier.name) + " of " + owner + ": " + fault.reason());
-        }
-    }
-    return {};
-}
-
 MofClasses::Fault MofClasses::ConvertProperty(const MofClass& declared, const MofProperty& property,
                                               size_t space, PropertyDeclaration& converted) {
     const MofOwner owner{declared.name.text, property.name.text};
     converted.name = property.name.text;
-    if (Fault fault = ConvertType(declared, property, owner, space, converted.type)) return fault;
-    if (Fault fault = ConvertQualifiers(property.qualifiers, owner.Describe(), converted.qualifiers))
+    if (Fault fault = ConvertType(property.type, property.qualifiers, owner, space, converted.type))
         return fault;
+    if (Fault fault = InheritType(declared, property, space, converted.type)) return fault;
+    if (Fault fault =
+            qualifiers_.Convert(property.qualifiers, owner.Describe(),
+                                ScopesOf(kScopeProperty, property.type), space, converted.qualifiers)) {
+        return fault;
+    }
     if (!property.default_value) return {};
 
     const MofValue& literal = *property.default_value;
@@ -135,46 +126,77 @@ MofClasses::Fault MofClasses::ConvertProperty(const MofClass& declared, const Mo
     return {};
 }
 
-MofClasses::Fault MofClasses::ConvertType(const MofClass& declared, const MofProperty& property,
-                                          const MofOwner& owner, size_t space, PropertyType& type) {
-    type = {CimType::kString, property.is_array, property.max_elements, {}};
-    const std::optional<CimType> intrinsic = IntrinsicType(property.type.text);
-    if (intrinsic == CimType::kString && !property.is_reference) {
-        return ConvertStringType(declared, property, owner, space, type);
+MofClasses::Fault MofClasses::ConvertMethod(const MofClass& declared, const MofMethod& method, size_t space,
+                                            MethodDeclaration& converted) {
+    MofOwner owner{declared.name.text, method.name.text, "method"};
+    converted.name = method.name.text;
+    if (method.type.is_reference || !EqualFolded(method.type.name.text, kVoid)) {
+        if (Fault fault =
+                ConvertType(method.type, method.qualifiers, owner, space, converted.return_type.emplace())) {
+            return fault;
+        }
     }
-    if (Fault fault = CheckNotEmbedded(property, owner)) return fault;
-    if (property.is_reference) {
+    if (Fault fault = qualifiers_.Convert(method.qualifiers, owner.Describe(), kScopeMethod, space,
+                                          converted.qualifiers)) {
+        return fault;
+    }
+    converted.parameters.resize(method.parameters.size());
+    for (size_t i = 0; i < method.parameters.size(); ++i) {
+        const MofParameter& parameter = method.parameters[i];
+        ParameterDeclaration& made = converted.parameters[i];
+        owner.parameter = parameter.name.text;
+        made.name = parameter.name.text;
+        if (Fault fault = ConvertType(parameter.type, parameter.qualifiers, owner, space, made.type))
+            return fault;
+        if (Fault fault =
+                qualifiers_.Convert(parameter.qualifiers, owner.Describe(),
+                                    ScopesOf(kScopeParameter, parameter.type), space, made.qualifiers)) {
+            return fault;
+        }
+    }
+    return {};
+}
+
+MofClasses::Fault MofClasses::ConvertType(const MofType& given, const std::vector<MofQualifier>& qualifiers,
+                                          const MofOwner& owner, size_t space, PropertyType& type) {
+    type = {CimType::kString, given.is_array, given.max_elements, {}};
+    const std::optional<CimType> intrinsic = IntrinsicMofType(given.name.text);
+    if (intrinsic == CimType::kString && !given.is_reference)
+        return ConvertStringType(qualifiers, owner, space, type);
+    if (Fault fault = CheckNotEmbedded(qualifiers, owner)) return fault;
+    if (given.is_reference) {
         type.type = CimType::kReference;
         if (intrinsic == CimType::kObject) return {};
         if (intrinsic) {
             return CheckFault(
-                property.type.offset, WBEM_E_INVALID_PROPERTY_TYPE,
-                owner.Describe() + ": a reference names a class, " + Quote(property.type.text) + " is none");
+                given.name.offset, WBEM_E_INVALID_PROPERTY_TYPE,
+                owner.Describe() + ": a reference names a class, " + Quote(given.name.text) + " is none");
         }
     } else {
         type.type = intrinsic.value_or(CimType::kObject);
         if (intrinsic) return {};
     }
-    type.class_name = property.type.text;
-    return CheckTarget(property.type, owner, space);
+    type.class_name = given.name.text;
+    return CheckTarget(given.name, owner, space);
 }
 
-MofClasses::Fault MofClasses::CheckNotEmbedded(const MofProperty& property, const MofOwner& owner) const {
+MofClasses::Fault MofClasses::CheckNotEmbedded(const std::vector<MofQualifier>& qualifiers,
+                                               const MofOwner& owner) const {
     for (const std::string_view name : {kEmbeddedInstance, kEmbeddedObject}) {
-        const MofQualifier* qualifier = FindQualifier(property.qualifiers, name);
+        const MofQualifier* qualifier = FindQualifier(qualifiers, name);
         const bool* flag =
             qualifier && qualifier->value ? std::get_if<bool>(&qualifier->value->content) : nullptr;
         if (!qualifier || (flag && !*flag)) continue;
         return CheckFault(qualifier->name.offset, WBEM_E_INVALID_PROPERTY_TYPE,
                           owner.Describe() + ": the qualifier " + std::string(name) +
-                              " stands at properties of type string only");
+                              " stands at what is of type string only");
     }
     return {};
 }
 
-MofClasses::Fault MofClasses::ConvertStringType(const MofClass& declared, const MofProperty& property,
+MofClasses::Fault MofClasses::ConvertStringType(const std::vector<MofQualifier>& qualifiers,
                                                 const MofOwner& owner, size_t space, PropertyType& type) {
-    if (const MofQualifier* instance = FindQualifier(property.qualifiers, kEmbeddedInstance)) {
+    if (const MofQualifier* instance = FindQualifier(qualifiers, kEmbeddedInstance)) {
         const auto* name =
             instance->value ? std::get_if<std::string_view>(&instance->value->content) : nullptr;
         if (!name) {
@@ -187,22 +209,22 @@ MofClasses::Fault MofClasses::ConvertStringType(const MofClass& declared, const 
         type.class_name = *name;
         return CheckTarget({*name, instance->value->offset}, owner, space);
     }
-    if (const MofQualifier* object = FindQualifier(property.qualifiers, kEmbeddedObject)) {
-        const bool* flag = object->value ? std::get_if<bool>(&object->value->content) : nullptr;
-        if (object->value && !flag) {
-            return CheckFault(object->name.offset, WBEM_E_TYPE_MISMATCH,
-                              owner.Describe() + ": the qualifier EmbeddedObject takes TRUE or FALSE");
-        }
-        if (!flag || *flag) type.type = CimType::kObject;
-        return {};
+    const MofQualifier* object = FindQualifier(qualifiers, kEmbeddedObject);
+    if (!object) return {};
+    const bool* flag = object->value ? std::get_if<bool>(&object->value->content) : nullptr;
+    if (object->value && !flag) {
+        return CheckFault(object->name.offset, WBEM_E_TYPE_MISMATCH,
+                          owner.Describe() + ": the qualifier EmbeddedObject takes TRUE or FALSE");
     }
-    return InheritType(declared, property, space, type);
+    if (!flag || *flag) type.type = CimType::kObject;
+    return {};
 }
 
-// A string without such a qualifier inherits it with the rest of the property.
+// A string without a qualifier that makes it an object inherits that with the rest of the property.
 MofClasses::Fault MofClasses::InheritType(const MofClass& declared, const MofProperty& property, size_t space,
                                           PropertyType& type) {
-    if (declared.superclass.text.empty()) return {};
+    if (declared.superclass.text.empty() || type.type != CimType::kString) return {};
+    if (FindQualifier(property.qualifiers, kEmbeddedObject)) return {};
     const MofScope::KnownClass* superclass = nullptr;
     if (Fault fault = objects_.FindClass(declared.superclass, space, superclass)) return fault;
     const auto index = superclass->FindProperty(property.name.text);

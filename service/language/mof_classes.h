@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "service/language/mof_objects.h"
+#include "service/language/mof_qualifiers.h"
 #include "service/language/mof_scope.h"
 #include "service/language/mof_syntax.h"
 #include "service/model/class_definition.h"
@@ -24,7 +25,7 @@ class MofClasses {
     using Fault = MofObjects::Fault;
 
     MofClasses(const MofFile& file, MofScope& scope, MofObjects& objects)
-        : file_(file), scope_(scope), objects_(objects) {}
+        : file_(file), scope_(scope), objects_(objects), qualifiers_(file, scope) {}
 
     // What `declared` says, for the namespace `space`. The classes that it needs have been put already.
     [[nodiscard]] Fault Convert(const MofClass& declared, size_t space, ClassDeclaration& declaration);
@@ -37,21 +38,23 @@ class MofClasses {
     Fault CheckFault(size_t offset, int32_t code, std::string message) const;
     Fault CheckSuperclass(const MofClass& declared, size_t space);
     Fault CheckTarget(const MofName& class_name, const MofOwner& owner, size_t space);
-    Fault ConvertQualifiers(const std::vector<MofQualifier>& qualifiers, const std::string& owner,
-                            std::vector<Qualifier>& converted) const;
     Fault ConvertProperty(const MofClass& declared, const MofProperty& property, size_t space,
                           PropertyDeclaration& converted);
-    Fault ConvertType(const MofClass& declared, const MofProperty& property, const MofOwner& owner,
-                      size_t space, PropertyType& type);
-    Fault ConvertStringType(const MofClass& declared, const MofProperty& property, const MofOwner& owner,
-                            size_t space, PropertyType& type);
-    Fault CheckNotEmbedded(const MofProperty& property, const MofOwner& owner) const;
+    Fault ConvertMethod(const MofClass& declared, const MofMethod& method, size_t space,
+                        MethodDeclaration& converted);
+    // `qualifiers` are those of what has the type.
+    Fault ConvertType(const MofType& given, const std::vector<MofQualifier>& qualifiers,
+                      const MofOwner& owner, size_t space, PropertyType& type);
+    Fault ConvertStringType(const std::vector<MofQualifier>& qualifiers, const MofOwner& owner, size_t space,
+                            PropertyType& type);
+    Fault CheckNotEmbedded(const std::vector<MofQualifier>& qualifiers, const MofOwner& owner) const;
     Fault InheritType(const MofClass& declared, const MofProperty& property, size_t space,
                       PropertyType& type);
 
     const MofFile& file_;
     MofScope& scope_;
     MofObjects& objects_;
+    MofQualifiers qualifiers_;
 };
 
 }  // namespace service

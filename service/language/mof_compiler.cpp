@@ -1,51 +1,34 @@
 #include "service/language/mof_compiler.h"
 
-#include <deque>
 #include <utility>
 #include <vector>
 
 #include "service/language/class_order.h"
-#include "service/language/mof_classes.h"
-#include "service/language/mof_objects.h"
+#include "service/language/mof_collection.h"
 #include "service/language/mof_scope.h"
 #include "service/language/mof_syntax.h"
-#include "service/model/text.h"
+#include "service/language/mof_warnings.h"
 
 namespace service {
 namespace {
 
 using Fault = std::optional<MofDiagnostic>;
 
-constexpr std::string_view kNamespaceClass = "__Namespace";
-
-// One source of the import.
-struct Unit {
-    explicit Unit(MofScope& scope) : objects(file, scope), classes(file, scope, objects) {}
-
-    Fault CheckFault(size_t offset, int32_t code, std::string message) const {
-        return file.FaultAt(offset, MofPhase::kCheck, code, std::move(message));
-    }
-    Fault StoreFault(size_t offset, const Status& status) const {
-        return file.FaultAt(offset, MofPhase::kStore, status.code(), status.reason());
-    }
-
-    MofFile file;
-    MofObjects objects;
-    MofClasses classes;
-};
-
-// A declaration, or a part of one, and the namespace that it acts in.
-template <typename Node>
-struct Placed {
-    Unit* unit;
-    Node* node;
-    size_t space;
-};
+// The memory of what has been put: nothing asks for it any more.
+void Drop(MofClass& declared) {
+    std::vector<MofQualifier>().swap(declared.qualifiers);
+    std::vector<MofProperty>().swap(declared.properties);
+    std::vector<MofMethod>().swap(declared.methods);
+}
 
 class Importer {
  public:
     Importer(MofTarget& target, const MofOptions& options)
-        : target_(target), options_(options), scope_(target) {}
+        : target_(target),
+          options_(options),
+          warnings_(options.warn),
+          scope_(target, warnings_),
+          collection_(scope_, options.files) {}
 
     MofImport Run(std::span<const MofSource> sources, const std::string& default_namespace) {
         MofImport import;
@@ -56,114 +39,29 @@ class Importer {
 
  private:
     Fault RunSteps(std::span<const MofSource> sources, const std::string& default_namespace) {
-        if (Fault fault = Parse(sources)) return fault;
-        if (Fault fault = Collect(default_namespace)) return fault;
-        if (Fault fault = OrderClasses()) return fault;
-        if (Fault fault = PutNamespaces()) return fault;
-        if (Fault fault = PutClasses()) return fault;
-        return PutInstances();
-    }
-
-    Fault Parse(std::span<const MofSource> sources) {
-        for (const MofSource& source : sources) {
-            if (Fault fault = ParseMof(source, units_.emplace_back(scope_).file)) return fault;
-        }
-        return {};
-    }
-
-    Fault Collect(const std::string& default_namespace) {
         const Result<size_t> space = scope_.Add(default_namespace);
         if (!space.ok()) {
             return MofDiagnostic{{}, 0, 0, MofPhase::kCheck, space.code(), space.status().reason()};
         }
-        for (Unit& unit : units_) {
-            if (Fault fault = CollectFrom(unit, *space)) return fault;
+        if (Fault fault = collection_.Read(sources, *space)) return fault;
+        if (Fault fault = OrderClasses()) return fault;
+        total_ = collection_.children().size() + collection_.qualifiers().size() +
+                 collection_.classes().size() + collection_.objects().size();
+        if (Fault fault = PutNamespaces()) return fault;
+        for (const MofCollection::Deletion& deletion : collection_.early_deletions()) {
+            if (Fault fault = Delete(deletion)) return fault;
         }
-        return {};
-    }
-
-    Fault CollectFrom(Unit& unit, size_t space) {
-        for (MofDeclaration& declaration : unit.file.declarations) {
-            if (const auto* include = std::get_if<MofInclude>(&declaration)) {
-                return unit.CheckFault(
-                    include->file.offset, WBEM_E_NOT_SUPPORTED,
-                    "the file " + Quote(include->file.text) +
-                        " is not read: #pragma include is not supported, name the file in the "
-                        "import itself");
-            }
-            if (const auto* pragma = std::get_if<MofNamespace>(&declaration)) {
-                const Result<size_t> entered = scope_.Add(pragma->path.text);
-                if (!entered.ok()) {
-                    return unit.CheckFault(pragma->path.offset, entered.code(), entered.status().reason());
-                }
-                space = *entered;
-                NoteUse(unit, pragma->path.offset, space);
-                continue;
-            }
-            const auto* declared = std::get_if<MofClass>(&declaration);
-            Fault fault = declared ? CollectClass(unit, *declared, space)
-                                   : CollectObject(unit, std::get<MofObject>(declaration), space);
-            if (fault) return fault;
-        }
-        return {};
-    }
-
-    // Notes the place at which each namespace is used first.
-    void NoteUse(const Unit& unit, size_t offset, size_t space) {
-        if (first_uses_.size() <= space) first_uses_.resize(space + 1);
-        if (!first_uses_[space].unit) first_uses_[space] = {&unit, offset};
-    }
-
-    Fault CollectClass(Unit& unit, const MofClass& declared, size_t space) {
-        NoteUse(unit, declared.name.offset, space);
-        if (const auto earlier = scope_.Declare(space, declared.name.text, classes_.size())) {
-            const MofDiagnostic first = classes_[*earlier].unit->file.FaultAt(
-                classes_[*earlier].node->name.offset, MofPhase::kCheck, WBEM_E_ALREADY_EXISTS, "");
-            return unit.CheckFault(declared.name.offset, WBEM_E_ALREADY_EXISTS,
-                                   "class " + Clip(declared.name.text) +
-                                       " is declared twice in this import, first at " + first.file + ":" +
-                                       std::to_string(first.line));
-        }
-        classes_.push_back({&unit, &declared, space});
-        return unit.objects.AddAlias(declared.alias, &declared, space);
-    }
-
-    Fault CollectObject(Unit& unit, MofObject& object, size_t space) {
-        NoteUse(unit, object.class_name.offset, space);
-        if (EqualFolded(object.class_name.text, kNamespaceClass))
-            return CollectNamespace(unit, object, space);
-        objects_.push_back({&unit, &object, space});
-        return unit.objects.AddAlias(object.alias, &object, space);
-    }
-
-    Fault CollectNamespace(Unit& unit, const MofObject& object, size_t space) {
-        if (!object.alias.text.empty()) {
-            return unit.CheckFault(object.alias.offset, WBEM_E_INVALID_OBJECT,
-                                   "a namespace cannot have an alias");
-        }
-        if (object.assignments.size() != 1 ||
-            !EqualFolded(object.assignments.front().property.text, "Name")) {
-            return unit.CheckFault(object.class_name.offset, WBEM_E_INVALID_OBJECT,
-                                   "an instance of __Namespace has one property, Name");
-        }
-        const MofValue& value = object.assignments.front().value;
-        const auto* name = std::get_if<std::string_view>(&value.content);
-        if (!name) {
-            return unit.CheckFault(value.offset, WBEM_E_TYPE_MISMATCH,
-                                   "property __Namespace.Name takes a text in double quotes");
-        }
-        if (Status fault = CheckName("namespace", *name, true); !fault.ok()) {
-            return unit.CheckFault(value.offset, WBEM_E_INVALID_NAMESPACE, fault.reason());
-        }
-        children_.push_back({&unit, &value, space});
-        return {};
+        if (Fault fault = PutQualifiers()) return fault;
+        if (Fault fault = PutClasses()) return fault;
+        return PutInstances();
     }
 
     Fault OrderClasses() {
-        std::vector<std::vector<size_t>> needs(classes_.size());
-        for (size_t i = 0; i < classes_.size(); ++i) {
-            for (const std::string_view name : MofClasses::NeedsOf(*classes_[i].node)) {
-                if (const auto needed = scope_.FindDeclared(classes_[i].space, name))
+        const auto& classes = collection_.classes();
+        std::vector<std::vector<size_t>> needs(classes.size());
+        for (size_t i = 0; i < classes.size(); ++i) {
+            for (const std::string_view name : MofClasses::NeedsOf(*classes[i].node)) {
+                if (const auto needed = scope_.FindDeclared(classes[i].space, name))
                     needs[i].push_back(*needed);
             }
         }
@@ -174,23 +72,25 @@ class Importer {
 
     Fault CycleFault(const std::vector<size_t>& cycle) const {
         constexpr size_t kNamesShown = 10;
+        const auto& classes = collection_.classes();
         std::string message = "classes cannot derive from or hold one another in a circle: ";
         for (size_t i = 0; i < cycle.size() && i < kNamesShown; ++i) {
-            message += Clip(classes_[cycle[i]].node->name.text) + " needs ";
+            message += Clip(classes[cycle[i]].node->name.text) + " needs ";
         }
         if (cycle.size() > kNamesShown) message += "... needs ";
-        const auto& first = classes_[cycle.front()];
+        const auto& first = classes[cycle.front()];
         return first.unit->CheckFault(first.node->name.offset, WBEM_E_INVALID_SUPERCLASS,
                                       message + Clip(first.node->name.text));
     }
 
     Fault PutNamespaces() {
-        for (size_t space = 0; space < first_uses_.size(); ++space) {
-            const auto& [unit, offset] = first_uses_[space];
+        const auto& first_uses = collection_.first_uses();
+        for (size_t space = 0; space < first_uses.size(); ++space) {
+            const auto& [unit, offset] = first_uses[space];
             if (!unit) continue;
             if (Status fault = scope_.Enter(space); !fault.ok()) return unit->StoreFault(offset, fault);
         }
-        for (const auto& [unit, value, space] : children_) {
+        for (const auto& [unit, value, space, update] : collection_.children()) {
             Status fault = scope_.Enter(space);
             if (fault.ok()) {
                 fault = target_.CreateChildNamespace(std::string(std::get<std::string_view>(value->content)));
@@ -202,16 +102,49 @@ class Importer {
         return {};
     }
 
+    Fault Delete(const MofCollection::Deletion& deletion) {
+        const auto& [is_class, name, may_fail] = *deletion.node;
+        Status fault = scope_.Enter(deletion.space);
+        if (!fault.ok()) return deletion.unit->StoreFault(name.offset, fault);
+        fault =
+            is_class ? target_.DeleteClass(std::string(name.text)) : target_.DeleteInstance(deletion.path);
+        if (fault.ok()) {
+            if (is_class) scope_.Forget();
+            return {};
+        }
+        const int32_t code = fault.code();
+        if (may_fail && (code == WBEM_E_INVALID_CLASS || code == WBEM_E_NOT_FOUND)) return {};
+        if (!may_fail || (code != WBEM_E_CLASS_HAS_CHILDREN && code != WBEM_E_CLASS_HAS_INSTANCES))
+            return deletion.unit->StoreFault(name.offset, fault);
+        scope_.warnings().Warn(deletion.unit->file, name.offset, fault.reason(),
+                               "nothing is deleted: " + fault.reason());
+        return {};
+    }
+
+    Fault PutQualifiers() {
+        for (const auto& [unit, declared, space, update] : collection_.qualifiers()) {
+            QualifierDeclaration declaration;
+            if (Fault fault = unit->qualifiers.Declare(*declared, declaration)) return fault;
+            Status fault = scope_.Enter(space);
+            if (fault.ok()) fault = target_.PutQualifierDeclaration(std::move(declaration));
+            if (!fault.ok()) return unit->StoreFault(declared->name.offset, fault);
+            ++summary_.qualifiers;
+            ReportProgress();
+        }
+        return {};
+    }
+
     Fault PutClasses() {
         for (const size_t index : order_) {
-            const auto& [unit, declared, space] = classes_[index];
+            const auto& [unit, declared, space, update] = collection_.classes()[index];
             ClassDeclaration declaration;
             if (Fault fault = unit->classes.Convert(*declared, space, declaration)) return fault;
             Status fault = scope_.Enter(space);
-            if (fault.ok()) fault = target_.PutClass(std::move(declaration));
+            if (fault.ok()) fault = target_.PutClass(std::move(declaration), update);
             if (!fault.ok()) return unit->StoreFault(declared->name.offset, fault);
             // What derives from the class has changed with it.
             scope_.Forget();
+            Drop(*declared);
             ++summary_.classes;
             ReportProgress();
         }
@@ -219,43 +152,50 @@ class Importer {
     }
 
     Fault PutInstances() {
-        for (const auto& [unit, object, space] : objects_) {
-            std::optional<Instance> instance;
-            if (Fault fault = unit->objects.Build(*object, space, instance)) return fault;
-            Status fault = scope_.Enter(space);
-            if (fault.ok()) fault = target_.PutInstance(std::move(*instance));
-            if (!fault.ok()) return unit->StoreFault(object->class_name.offset, fault);
-            // Nothing asks for it any more, unless by its alias.
-            if (object->alias.text.empty()) std::vector<MofAssignment>().swap(object->assignments);
-            ++summary_.instances;
-            ReportProgress();
+        const auto& objects = collection_.objects();
+        auto deletion = collection_.late_deletions().begin();
+        const auto last_deletion = collection_.late_deletions().end();
+        for (size_t i = 0; i < objects.size(); ++i) {
+            for (; deletion != last_deletion && deletion->instances_before <= i; ++deletion) {
+                if (Fault fault = Delete(*deletion)) return fault;
+            }
+            if (Fault fault = PutObject(objects[i])) return fault;
+        }
+        for (; deletion != last_deletion; ++deletion) {
+            if (Fault fault = Delete(*deletion)) return fault;
         }
         return {};
     }
 
-    void ReportProgress() const {
-        if (!options_.progress) return;
-        const size_t done = summary_.classes + summary_.instances + summary_.namespaces;
-        const size_t total = classes_.size() + objects_.size() + children_.size();
-        if (done == total || (options_.progress_interval > 0 && done % options_.progress_interval == 0)) {
-            options_.progress(done, total);
-        }
+    Fault PutObject(const MofCollection::Placed<MofObject>& placed) {
+        const auto& [unit, object, space, update] = placed;
+        std::optional<Instance> instance;
+        if (Fault fault = unit->objects.Build(*object, space, instance)) return fault;
+        Status fault = scope_.Enter(space);
+        if (fault.ok()) fault = target_.PutInstance(std::move(*instance), update);
+        if (!fault.ok()) return unit->StoreFault(object->class_name.offset, fault);
+        // Nothing asks for it any more, unless by its alias.
+        if (object->alias.text.empty()) std::vector<MofAssignment>().swap(object->assignments);
+        ++summary_.instances;
+        ReportProgress();
+        return {};
     }
 
-    struct Place {
-        const Unit* unit = nullptr;
-        size_t offset = 0;
-    };
+    void ReportProgress() {
+        ++done_;
+        if (!options_.progress) return;
+        if (done_ == total_ || (options_.progress_interval > 0 && done_ % options_.progress_interval == 0))
+            options_.progress(done_, total_);
+    }
 
     MofTarget& target_;
     const MofOptions& options_;
+    MofWarnings warnings_;
     MofScope scope_;
-    std::deque<Unit> units_;
-    std::vector<Place> first_uses_;  // by namespace
-    std::vector<Placed<const MofValue>> children_;
-    std::vector<Placed<const MofClass>> classes_;
-    std::vector<Placed<MofObject>> objects_;
-    std::vector<size_t> order_;  // of classes_
+    MofCollection collection_;
+    std::vector<size_t> order_;  // of the classes
+    size_t done_ = 0;
+    size_t total_ = 0;
     MofSummary summary_;
 };
 

@@ -2,12 +2,15 @@
 
 #include <charconv>
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 #include "service/model/text.h"
 
 namespace service {
 namespace {
+
+constexpr std::string_view kInfinity = "INF";
 
 bool IsDigit(char c) noexcept {
     return c >= '0' && c <= '9';
@@ -262,6 +265,13 @@ bool MofLexer::ReadNumber(MofToken& token) {
     if (sign == '+' || sign == '-') ++position_;
     token.integer.is_negative = sign == '-';
     const size_t start = position_;
+    if (start > token.offset && EqualFolded(text_.substr(start, kInfinity.size()), kInfinity) &&
+        !IsNamePart(Peek(kInfinity.size()))) {
+        position_ += kInfinity.size();
+        token.real = std::numeric_limits<double>::infinity() * (token.integer.is_negative ? -1 : 1);
+        Finish(token, MofTokenKind::kReal);
+        return true;
+    }
     if (Peek() == '0' && (Peek(1) == 'x' || Peek(1) == 'X')) {
         position_ += 2;
         while (IsHexDigit(Peek()))

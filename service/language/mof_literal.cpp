@@ -79,7 +79,7 @@ bool ConvertReal(CimType type, const MofValue& literal, Scalar& scalar) {
     }
     if (type == CimType::kReal32) {
         const auto rounded = static_cast<float>(number);
-        if (std::isinf(rounded)) return false;
+        if (std::isinf(rounded) && !std::isinf(number)) return false;
         number = double{rounded};
     }
     scalar = number;
@@ -193,42 +193,61 @@ Status ConvertLiteral(const PropertyType& type, const MofValue& literal, Scalar&
     return Mismatch(type.type, literal);
 }
 
-Status ConvertQualifierValue(const MofQualifier& qualifier, PropertyType& type, Value& value) {
-    type = {CimType::kBoolean, false, 0, {}};
-    value = true;
-    if (!qualifier.value) return {};
-    const auto* array = std::get_if<MofArray>(&qualifier.value->content);
-    if (!array) {
-        type.type = TypeOfLiterals(&*qualifier.value, 1);
+Status ConvertConstant(const PropertyType& type, const MofValue& literal, Value& value) {
+    const auto* array = std::get_if<MofArray>(&literal.content);
+    if (!type.is_array || std::holds_alternative<std::monostate>(literal.content)) {
+        if (array) {
+            return {WBEM_E_TYPE_MISMATCH,
+                    "an array was found, " + DescribeType(type) + " takes one value, in parentheses"};
+        }
         Scalar scalar;
-        SERVICE_RETURN_IF_ERROR(ConvertLiteral(type, *qualifier.value, scalar));
+        SERVICE_RETURN_IF_ERROR(ConvertLiteral(type, literal, scalar));
         value = std::visit([](auto& held) -> Value { return std::move(held); }, scalar);
         return {};
     }
-    type.is_array = true;
-    type.type = TypeOfLiterals(array->data(), array->size());
+    if (!array) {
+        return {WBEM_E_TYPE_MISMATCH, DescribeLiteral(literal) + " was found, " + DescribeType(type) +
+                                          " takes an array, { value, ... }"};
+    }
     Array converted(array->size());
     for (size_t i = 0; i < array->size(); ++i) {
-        if (Status fault = ConvertLiteral(type, (*array)[i], converted[i]); !fault.ok()) {
+        if (Status fault = ConvertLiteral(type, (*array)[i], converted[i]); !fault.ok())
             return {fault.code(), "element " + std::to_string(i) + ": " + fault.reason()};
-        }
     }
     value = std::move(converted);
     return {};
 }
 
-uint32_t FlavorOf(const MofQualifier& qualifier) {
+Status ConvertQualifierValue(const MofQualifier& qualifier, PropertyType& type, Value& value) {
+    type = {CimType::kBoolean, false, 0, {}};
+    value = true;
+    if (!qualifier.value) return {};
+    const auto* array = std::get_if<MofArray>(&qualifier.value->content);
+    type.is_array = array != nullptr;
+    type.type = array ? TypeOfLiterals(array->data(), array->size()) : TypeOfLiterals(&*qualifier.value, 1);
+    return ConvertConstant(type, *qualifier.value, value);
+}
+
+uint32_t DefaultFlavorOf(std::string_view qualifier) {
     constexpr std::array<std::string_view, 3> kRestricted{"abstract", "terminal", "deprecated"};
     constexpr std::array<std::string_view, 5> kNotOverridable{"key", "association", "indication", "in",
                                                               "out"};
     uint32_t flavor = kFlavorToSubclass;
     for (const std::string_view name : kRestricted) {
-        if (EqualFolded(name, qualifier.name.text)) flavor = 0;
+        if (EqualFolded(name, qualifier)) flavor = 0;
     }
     for (const std::string_view name : kNotOverridable) {
-        if (EqualFolded(name, qualifier.name.text)) flavor |= kFlavorNotOverridable;
+        if (EqualFolded(name, qualifier)) flavor |= kFlavorNotOverridable;
     }
-    for (const MofFlavor given : qualifier.flavors) {
+    return flavor;
+}
+
+uint32_t FlavorOf(const MofQualifier& qualifier) {
+    return ChangedFlavor(DefaultFlavorOf(qualifier.name.text), qualifier.flavors);
+}
+
+uint32_t ChangedFlavor(uint32_t flavor, const std::vector<MofFlavor>& changes) {
+    for (const MofFlavor given : changes) {
         switch (given) {
             case MofFlavor::kEnableOverride:
                 flavor &= ~kFlavorNotOverridable;

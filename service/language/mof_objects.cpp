@@ -1,10 +1,12 @@
 #include "service/language/mof_objects.h"
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include "service/language/mof_literal.h"
+#include "service/language/mof_parser.h"
 #include "service/model/limits.h"
 #include "service/model/object_path.h"
 #include "service/model/text.h"
@@ -16,6 +18,17 @@ namespace {
 // backslashes before it, so that the bytes of a key run out earlier.
 constexpr size_t kMaxAliasDepth = 32;
 
+class DepthScope {
+ public:
+    explicit DepthScope(size_t& depth) noexcept : depth_(depth) { ++depth_; }
+    ~DepthScope() { --depth_; }
+    DepthScope(const DepthScope&) = delete;
+    DepthScope& operator=(const DepthScope&) = delete;
+
+ private:
+    size_t& depth_;
+};
+
 Value Widened(Scalar&& scalar) {
     return std::visit([](auto& held) -> Value { return std::move(held); }, scalar);
 }
@@ -23,7 +36,8 @@ Value Widened(Scalar&& scalar) {
 }  // namespace
 
 std::string MofOwner::Describe() const {
-    return "property " + Clip(class_name) + "." + Clip(property);
+    const std::string whole = std::string(kind) + ' ' + Clip(class_name) + '.' + Clip(name);
+    return parameter.empty() ? whole : "parameter " + Clip(parameter) + " of " + whole;
 }
 
 MofObjects::Fault MofObjects::CheckFault(size_t offset, int32_t code, std::string message) const {
@@ -32,12 +46,10 @@ MofObjects::Fault MofObjects::CheckFault(size_t offset, int32_t code, std::strin
 
 MofObjects::Fault MofObjects::AddAlias(const MofName& alias, Aliased aliased, size_t space) {
     if (alias.text.empty()) return {};
-    const auto [entry, is_new] =
-        aliases_.try_emplace(Fold(alias.text), Entry{alias, aliased, space, Progress::kUnresolved, {}});
-    if (is_new) return {};
+    if (aliases_->Add({alias, aliased, space, this})) return {};
     return CheckFault(
         alias.offset, WBEM_E_ALREADY_EXISTS,
-        "the alias $" + Clip(alias.text) + " stands for another declaration of this file already");
+        "the alias $" + Clip(alias.text) + " stands for another declaration of this source already");
 }
 
 MofObjects::Fault MofObjects::FindClass(const MofName& name, size_t space,
@@ -61,6 +73,7 @@ MofObjects::Fault MofObjects::Build(const MofObject& object, size_t space,
     const ClassDefinition& definition = *known->definition;
     instance.emplace(known->definition);
     std::vector<bool> is_assigned(definition.Properties().size());
+    const DepthScope within(depth_);
     for (const MofAssignment& assignment : object.assignments) {
         const auto index = known->FindProperty(assignment.property.text);
         if (!index) {
@@ -117,11 +130,14 @@ MofObjects::Fault MofObjects::ConvertElement(const PropertyType& type, const Mof
                                              const MofValue& literal, size_t space, bool allows_alias,
                                              Scalar& scalar) {
     const auto* object = std::get_if<std::unique_ptr<MofObject>>(&literal.content);
-    if (object && type.type == CimType::kObject) {
+    const auto* text = std::get_if<std::string_view>(&literal.content);
+    if ((object || text) && type.type == CimType::kObject) {
         std::optional<Instance> embedded;
-        if (Fault fault = Build(**object, space, embedded)) return fault;
+        Fault fault = object ? Build(**object, space, embedded)
+                             : BuildFromText(*text, literal.offset, owner, space, embedded);
+        if (fault) return fault;
         if (!type.class_name.empty() && !embedded->Class()->IsA(type.class_name)) {
-            return CheckFault((*object)->class_name.offset, WBEM_E_TYPE_MISMATCH,
+            return CheckFault(object ? (*object)->class_name.offset : literal.offset, WBEM_E_TYPE_MISMATCH,
                               owner.Describe() + ": an object of class " + embedded->Class()->Name() +
                                   " was found, one of class " + type.class_name +
                                   " or derived from it was expected");
@@ -141,14 +157,34 @@ MofObjects::Fault MofObjects::ConvertElement(const PropertyType& type, const Mof
     return {};
 }
 
+MofObjects::Fault MofObjects::BuildFromText(std::string_view text, size_t offset, const MofOwner& owner,
+                                            size_t space, std::optional<Instance>& instance) {
+    const size_t depth = std::max<size_t>(depth_, 1);
+    MofFile file;
+    MofObject object;
+    Fault fault = ParseMofObject(text, depth, file, object);
+    if (!fault) fault = MofObjects(file, scope_, nullptr, depth).Build(object, space, instance);
+    if (!fault) return {};
+    if (object.class_name.text.empty()) {
+        return CheckFault(offset, WBEM_E_TYPE_MISMATCH,
+                          owner.Describe() + ": the text " + Quote(text) +
+                              " was found, an embedded object is written instance of Class { ... }, or as a "
+                              "text that says so");
+    }
+    return file_.FaultAt(offset, fault->phase, fault->code,
+                         owner.Describe() + ": in the text of the object, at line " +
+                             std::to_string(fault->line) + ", column " + std::to_string(fault->column) +
+                             ": " + fault->message);
+}
+
 MofObjects::Fault MofObjects::ConvertAlias(const MofAlias& alias, size_t offset, size_t space,
                                            Scalar& scalar) {
-    const auto found = aliases_.find(Fold(alias.name));
-    if (found == aliases_.end()) {
+    MofAliases::Entry* found = aliases_ ? aliases_->Find(alias.name) : nullptr;
+    if (!found) {
         return CheckFault(offset, WBEM_E_NOT_FOUND,
-                          "no declaration of this file has the alias $" + Clip(alias.name));
+                          "no declaration of this source has the alias $" + Clip(alias.name));
     }
-    Entry& entry = found->second;
+    MofAliases::Entry& entry = *found;
     if (Fault fault = ResolveAlias(entry, offset)) return fault;
     if (entry.space == space) {
         scalar = entry.path;
@@ -159,7 +195,8 @@ MofObjects::Fault MofObjects::ConvertAlias(const MofAlias& alias, size_t offset,
     return {};
 }
 
-MofObjects::Fault MofObjects::ResolveAlias(Entry& entry, size_t offset) {
+MofObjects::Fault MofObjects::ResolveAlias(MofAliases::Entry& entry, size_t offset) {
+    using Progress = MofAliases::Progress;
     if (entry.progress == Progress::kResolved) return {};
     if (entry.progress == Progress::kResolving) {
         return CheckFault(
@@ -171,21 +208,21 @@ MofObjects::Fault MofObjects::ResolveAlias(Entry& entry, size_t offset) {
         entry.progress = Progress::kResolved;
         return {};
     }
-    if (resolving_ == kMaxAliasDepth) {
+    size_t& followed = scope_.alias_depth();
+    if (followed == kMaxAliasDepth) {
         return CheckFault(offset, WBEM_E_INVALID_OBJECT,
                           "the keys of more than " + std::to_string(kMaxAliasDepth) +
                               " instances depend on one another through aliases");
     }
-    ++resolving_;
+    const DepthScope within(followed);
     entry.progress = Progress::kResolving;
-    Fault fault = ResolvePath(*std::get<const MofObject*>(entry.aliased), entry);
-    --resolving_;
-    if (fault) return fault;
+    if (Fault fault = entry.home->ResolvePath(*std::get<const MofObject*>(entry.aliased), entry))
+        return fault;
     entry.progress = Progress::kResolved;
     return {};
 }
 
-MofObjects::Fault MofObjects::ResolvePath(const MofObject& object, Entry& entry) {
+MofObjects::Fault MofObjects::ResolvePath(const MofObject& object, MofAliases::Entry& entry) {
     const MofScope::KnownClass* known = nullptr;
     if (Fault fault = FindClass(object.class_name, entry.space, known)) return fault;
     const ClassDefinition& definition = *known->definition;

@@ -1,7 +1,7 @@
 // Makes the instances that a MOF text declares, embedded ones and the references between them included.
 // Internal to the MOF compiler.
 //
-//   MofObjects objects(file, scope);
+//   MofObjects objects(file, scope, aliases);
 //   if (auto fault = objects.AddAlias(object.alias, &object, space)) return fault;   // for all of the file
 //   std::optional<Instance> instance;
 //   if (auto fault = objects.Build(object, space, instance)) return fault;
@@ -13,18 +13,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <variant>
 
+#include "service/language/mof_aliases.h"
 #include "service/language/mof_scope.h"
 #include "service/language/mof_syntax.h"
 
 namespace service {
 
-// A property, for the message of a fault.
+// What has a type, for the message of a fault.
 struct MofOwner {
     std::string_view class_name;
-    std::string_view property;
+    std::string_view name;               // of a property or a method
+    std::string_view kind = "property";  // or "method"
+    std::string_view parameter = {};     // of the method
     std::string Describe() const;
 };
 
@@ -34,7 +36,9 @@ class MofObjects {
     // What an alias stands for: a class or an instance.
     using Aliased = std::variant<const MofClass*, const MofObject*>;
 
-    MofObjects(const MofFile& file, MofScope& scope) : file_(file), scope_(scope) {}
+    // `aliases` may be null: then there are none. `depth` objects stand around those that are built.
+    MofObjects(const MofFile& file, MofScope& scope, MofAliases* aliases, size_t depth = 0)
+        : file_(file), scope_(scope), aliases_(aliases), depth_(depth) {}
 
     // Makes `alias`, unless it was left out, stand for a declaration of the namespace `space`.
     [[nodiscard]] Fault AddAlias(const MofName& alias, Aliased aliased, size_t space);
@@ -51,26 +55,20 @@ class MofObjects {
     [[nodiscard]] Fault FindClass(const MofName& name, size_t space, const MofScope::KnownClass*& known);
 
  private:
-    enum class Progress : uint8_t { kUnresolved, kResolving, kResolved };
-    struct Entry {
-        MofName alias;
-        Aliased aliased;
-        size_t space = 0;
-        Progress progress = Progress::kUnresolved;
-        std::string path;  // relative to its namespace
-    };
-
     Fault CheckFault(size_t offset, int32_t code, std::string message) const;
     Fault ConvertElement(const PropertyType& type, const MofOwner& owner, const MofValue& literal,
                          size_t space, bool allows_alias, Scalar& scalar);
     Fault ConvertAlias(const MofAlias& alias, size_t offset, size_t space, Scalar& scalar);
-    Fault ResolveAlias(Entry& entry, size_t offset);
-    Fault ResolvePath(const MofObject& object, Entry& entry);
+    // An embedded object that is written as a text.
+    Fault BuildFromText(std::string_view text, size_t offset, const MofOwner& owner, size_t space,
+                        std::optional<Instance>& instance);
+    Fault ResolveAlias(MofAliases::Entry& entry, size_t offset);
+    Fault ResolvePath(const MofObject& object, MofAliases::Entry& entry);
 
     const MofFile& file_;
     MofScope& scope_;
-    std::unordered_map<std::string, Entry> aliases_;  // by their folded names
-    size_t resolving_ = 0;                            // aliases whose keys are being followed
+    MofAliases* aliases_;
+    size_t depth_;  // objects around the one that is built
 };
 
 }  // namespace service

@@ -16,7 +16,7 @@ Result<size_t> MofScope::Add(std::string_view path) {
     SERVICE_ASSIGN_OR_RETURN(const NamespacePath parsed, ParseNamespacePath(path));
     const auto [known, is_new] =
         numbers_.try_emplace(Fold(parsed.server + '\\' + parsed.path), spaces_.size());
-    if (is_new) spaces_.push_back({std::string(path), {}, {}});
+    if (is_new) spaces_.push_back({std::string(path), {}, {}, {}});
     return known->second;
 }
 
@@ -55,6 +55,21 @@ Result<const MofScope::KnownClass*> MofScope::Find(size_t space, std::string_vie
     for (size_t i = 0; i < properties.size(); ++i)
         entry.properties.emplace(properties[i].folded_name, i);
     return &entry;
+}
+
+Result<const QualifierDeclaration*> MofScope::FindQualifier(size_t space, std::string_view name) {
+    auto& known = spaces_[space].qualifiers;
+    if (!known) {
+        SERVICE_RETURN_IF_ERROR(Enter(space));
+        SERVICE_ASSIGN_OR_RETURN(std::vector<QualifierDeclaration> all, target_.QualifierDeclarations());
+        known.emplace();
+        for (QualifierDeclaration& declaration : all) {
+            std::string folded = Fold(declaration.name);
+            known->emplace(std::move(folded), std::move(declaration));
+        }
+    }
+    const auto found = known->find(Fold(name));
+    return found == known->end() ? nullptr : &found->second;
 }
 
 void MofScope::Forget() {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "service/language/mof_compiler.h"
+#include "service/language/mof_warnings.h"
 
 namespace service {
 
@@ -27,7 +28,11 @@ class MofScope {
         std::optional<size_t> FindProperty(std::string_view name) const;
     };
 
-    explicit MofScope(MofTarget& target) : target_(target) {}
+    MofScope(MofTarget& target, MofWarnings& warnings) : target_(target), warnings_(warnings) {}
+
+    MofWarnings& warnings() noexcept { return warnings_; }
+    // How many aliases are being followed to their instances' keys.
+    size_t& alias_depth() noexcept { return alias_depth_; }
 
     // The number of the namespace `path`, a new one or, where it was added before in whatever case, its own.
     Result<size_t> Add(std::string_view path);
@@ -49,6 +54,10 @@ class MofScope {
     // until Forget.
     Result<const KnownClass*> Find(size_t space, std::string_view class_name);
 
+    // The declaration of the qualifier of that name, null when there is none; from the time on when the
+    // import's own were put. Valid as long as the scope.
+    Result<const QualifierDeclaration*> FindQualifier(size_t space, std::string_view name);
+
     // Forgets all classes: they were changed in the target.
     void Forget();
 
@@ -57,12 +66,16 @@ class MofScope {
         std::string path;
         std::unordered_map<std::string, size_t> declared;     // by their folded names
         std::unordered_map<std::string, KnownClass> classes;  // by their folded names
+        // By their folded names; none until one was asked for.
+        std::optional<std::unordered_map<std::string, QualifierDeclaration>> qualifiers;
     };
 
     MofTarget& target_;
+    MofWarnings& warnings_;
     std::vector<Space> spaces_;
     std::unordered_map<std::string, size_t> numbers_;  // of the spaces by their folded paths
     std::optional<size_t> current_;
+    size_t alias_depth_ = 0;
 };
 
 }  // namespace service

@@ -36,6 +36,13 @@ struct MofAlias {
     std::string_view name;  // without the $
 };
 
+// How declarations are to be put, as far as a text says so itself.
+struct MofUpdate {
+    bool is_update_only = false;
+    bool is_create_only = false;
+    bool is_forced = false;  // also what makes instances or subclasses change
+};
+
 struct MofObject;
 struct MofValue;
 using MofArray = std::vector<MofValue>;
@@ -76,14 +83,32 @@ struct MofQualifier {
     std::vector<MofFlavor> flavors;
 };
 
-struct MofProperty {
-    std::vector<MofQualifier> qualifiers;
-    MofName type;  // of an intrinsic type, or a class
+// What a property, a parameter or the result of a method is declared as.
+struct MofType {
+    MofName name;  // of an intrinsic type, or a class
     bool is_reference = false;
-    MofName name;
     bool is_array = false;
     uint32_t max_elements = 0;  // declared size of an array; 0 for no bound
+};
+
+struct MofProperty {
+    std::vector<MofQualifier> qualifiers;
+    MofType type;
+    MofName name;
     std::optional<MofValue> default_value;
+};
+
+struct MofParameter {
+    std::vector<MofQualifier> qualifiers;
+    MofType type;
+    MofName name;
+};
+
+struct MofMethod {
+    std::vector<MofQualifier> qualifiers;
+    MofType type;  // of its result; may be `void`
+    MofName name;
+    std::vector<MofParameter> parameters;
 };
 
 struct MofClass {
@@ -92,6 +117,16 @@ struct MofClass {
     MofName alias;
     MofName superclass;
     std::vector<MofProperty> properties;
+    std::vector<MofMethod> methods;
+};
+
+// `Qualifier Name : type = value, Scope(...), Flavor(...);`
+struct MofQualifierType {
+    MofName name;
+    MofType type;
+    std::optional<MofValue> default_value;
+    uint32_t scope = 0;  // QualifierScope
+    std::vector<MofFlavor> flavors;
 };
 
 // `#pragma namespace("path")`: the declarations behind it belong there.
@@ -104,7 +139,29 @@ struct MofInclude {
     MofName file;
 };
 
-using MofDeclaration = std::variant<MofNamespace, MofInclude, MofClass, MofObject>;
+// `#pragma deleteclass("Class", fail)` or `#pragma deleteinstance("path", nofail)`.
+struct MofDeletion {
+    bool is_class = false;
+    MofName target;
+    bool may_fail = false;
+};
+
+// `#pragma classflags("forceupdate", "createonly")` or `#pragma instanceflags("updateonly")`: for the
+// declarations behind it.
+struct MofUpdateFlags {
+    bool is_for_classes = false;
+    MofName first;  // where the flags begin
+    MofUpdate update;
+};
+
+using MofDeclaration = std::variant<MofNamespace, MofInclude, MofDeletion, MofUpdateFlags, MofQualifierType,
+                                    MofClass, MofObject>;
+
+// Something that was read past: nothing acts on it.
+struct MofNotice {
+    size_t offset = 0;
+    std::string message;
+};
 
 struct MofFile {
     MofFile() = default;
@@ -118,6 +175,7 @@ struct MofFile {
     std::string text;                 // UTF-8
     std::deque<std::string> storage;  // texts that do not stand in `text` as they are
     std::vector<MofDeclaration> declarations;
+    std::vector<MofNotice> notices;
 };
 
 }  // namespace service

@@ -1,5 +1,7 @@
 #include "service/language/mof_text.h"
 
+#include <utility>
+
 #include "service/model/text.h"
 
 namespace service {
@@ -34,10 +36,15 @@ size_t ValidPrefix(std::string_view text) noexcept {
     return position;
 }
 
-DecodedMof DecodeUtf8(std::string_view bytes) {
-    if (IsValidUtf8(bytes)) return {std::string(bytes), {}};
-    return {std::string(bytes.substr(0, ValidPrefix(bytes))),
-            "the bytes that begin here are not valid UTF-8"};
+DecodedMof DecodeUtf8(std::string&& bytes) {
+    if (bytes.starts_with(kUtf8Mark)) bytes.erase(0, kUtf8Mark.size());
+    DecodedMof decoded;
+    if (!IsValidUtf8(bytes)) {
+        decoded.fault = "the bytes that begin here are not valid UTF-8";
+        bytes.resize(ValidPrefix(bytes));
+    }
+    decoded.text = std::move(bytes);
+    return decoded;
 }
 
 DecodedMof DecodeUtf16(std::string_view bytes, bool is_big_endian) {
@@ -77,16 +84,17 @@ DecodedMof DecodeUtf16(std::string_view bytes, bool is_big_endian) {
     return decoded;
 }
 
-DecodedMof DecodeByMark(std::string_view bytes) {
-    if (bytes.starts_with(kUtf16LittleMark)) return DecodeUtf16(bytes.substr(2), false);
-    if (bytes.starts_with(kUtf16BigMark)) return DecodeUtf16(bytes.substr(2), true);
-    return DecodeUtf8(bytes.starts_with(kUtf8Mark) ? bytes.substr(kUtf8Mark.size()) : bytes);
+DecodedMof DecodeByMark(std::string&& bytes) {
+    const std::string_view view = bytes;
+    if (view.starts_with(kUtf16LittleMark)) return DecodeUtf16(view.substr(2), false);
+    if (view.starts_with(kUtf16BigMark)) return DecodeUtf16(view.substr(2), true);
+    return DecodeUtf8(std::move(bytes));
 }
 
 }  // namespace
 
-DecodedMof DecodeMof(std::string_view bytes) {
-    DecodedMof decoded = DecodeByMark(bytes);
+DecodedMof DecodeMof(std::string bytes) {
+    DecodedMof decoded = DecodeByMark(std::move(bytes));
     if (const size_t zero = decoded.text.find('\0'); zero != std::string::npos) {
         decoded.text.resize(zero);
         decoded.fault = "a zero byte stands here: MOF is UTF-8, or UTF-16 with a byte order mark";

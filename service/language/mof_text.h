@@ -19,7 +19,7 @@ struct DecodedMof {
 
 // Reads UTF-8, with a byte order mark or without, and UTF-16 with one. Bytes that stand for no character and
 // characters of value zero are faults; the text then ends where the fault begins.
-DecodedMof DecodeMof(std::string_view bytes);
+DecodedMof DecodeMof(std::string bytes);
 
 struct MofLocation {
     size_t line = 1;    // from 1; CR LF, LF and CR each end a line

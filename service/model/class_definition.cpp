@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <unordered_set>
 #include <utility>
 
 #include "service/model/limits.h"
@@ -12,6 +13,7 @@ namespace {
 
 constexpr std::string_view kKey = "key";
 constexpr std::string_view kNotNull = "not_null";
+constexpr std::string_view kRequired = "required";
 constexpr std::string_view kAbstract = "abstract";
 constexpr std::string_view kSingleton = "singleton";
 
@@ -24,18 +26,70 @@ bool IsNamePart(char c) noexcept {
     return IsNameStart(c) || (c >= '0' && c <= '9');
 }
 
-// The qualifiers that the redeclaration of something inherits: those that travel to subclasses and that it
-// does not set itself, then its own.
-std::vector<Qualifier> MergeQualifiers(const std::vector<Qualifier>& inherited,
-                                       const std::vector<Qualifier>& own) {
+// `inherited` becomes what a redeclaration with the qualifiers `own` has: those that travel to subclasses and
+// that it does not set itself, then its own. `superclass` is the class above that of `owner`.
+Status MergeQualifiers(const std::string& owner, const std::string& superclass,
+                       const std::vector<Qualifier>& own, std::vector<Qualifier>& inherited) {
     std::vector<Qualifier> merged;
     merged.reserve(inherited.size() + own.size());
-    for (const Qualifier& qualifier : inherited) {
-        if ((qualifier.flavor & kFlavorToSubclass) && !FindQualifier(own, qualifier.name))
-            merged.push_back(qualifier);
+    for (Qualifier& qualifier : inherited) {
+        if (!(qualifier.flavor & kFlavorToSubclass)) continue;
+        const Qualifier* anew = FindQualifier(own, qualifier.name);
+        if (!anew) {
+            merged.push_back(std::move(qualifier));
+        } else if ((qualifier.flavor & kFlavorNotOverridable) && !SameValue(anew->value, qualifier.value)) {
+            std::string reason = "qualifier ";
+            reason.append(anew->name).append(" of ").append(owner);
+            reason.append(" has another value than that which is inherited from class ").append(superclass);
+            reason.append(", where it is not to be overridden (DisableOverride): leave it away");
+            return {WBEM_E_OVERRIDE_NOT_ALLOWED, std::move(reason)};
+        }
     }
     merged.insert(merged.end(), own.begin(), own.end());
-    return merged;
+    inherited = std::move(merged);
+    return {};
+}
+
+void DropRestricted(std::vector<Qualifier>& qualifiers) {
+    std::erase_if(qualifiers,
+                  [](const Qualifier& qualifier) { return !(qualifier.flavor & kFlavorToSubclass); });
+}
+
+bool HasRestricted(const std::vector<Qualifier>& qualifiers) {
+    return std::any_of(qualifiers.begin(), qualifiers.end(),
+                       [](const Qualifier& qualifier) { return !(qualifier.flavor & kFlavorToSubclass); });
+}
+
+// Whether a method's qualifiers, or those of its parameters, do not all go to subclasses.
+bool HasRestricted(const MethodDefinition& method) {
+    return HasRestricted(method.qualifiers) ||
+           std::any_of(method.parameters.begin(), method.parameters.end(),
+                       [](const ParameterDeclaration& each) { return HasRestricted(each.qualifiers); });
+}
+
+// Whether a property must have a value.
+bool SaysNotNull(const std::vector<Qualifier>& qualifiers) {
+    return HasTrueQualifier(qualifiers, kNotNull) || HasTrueQualifier(qualifiers, kRequired);
+}
+
+// The first of `named` that has the name of an earlier one; null when their names differ.
+template <typename Named>
+const Named* FindTwin(const std::vector<Named>& named) {
+    constexpr size_t kFew = 16;
+    if (named.size() <= kFew) {
+        for (size_t i = 0; i < named.size(); ++i) {
+            for (size_t j = 0; j < i; ++j) {
+                if (EqualFolded(named[i].name, named[j].name)) return &named[i];
+            }
+        }
+        return nullptr;
+    }
+    std::unordered_set<std::string> names;
+    names.reserve(named.size());
+    for (const Named& each : named) {
+        if (!names.insert(Fold(each.name)).second) return &each;
+    }
+    return nullptr;
 }
 
 Status CheckQualifiers(const std::string& owner, const std::vector<Qualifier>& qualifiers) {
@@ -43,18 +97,14 @@ Status CheckQualifiers(const std::string& owner, const std::vector<Qualifier>& q
         return {WBEM_E_INVALID_OBJECT,
                 owner + " has more than " + std::to_string(kMaxQualifiers) + " qualifiers"};
     }
-    for (size_t i = 0; i < qualifiers.size(); ++i) {
-        const Qualifier& qualifier = qualifiers[i];
+    for (const Qualifier& qualifier : qualifiers) {
         SERVICE_RETURN_IF_ERROR(CheckName("qualifier", qualifier.name, true));
         if (Status fault = CheckValue(qualifier.type, qualifier.value); !fault.ok()) {
             return {fault.code(), "qualifier " + qualifier.name + " of " + owner + ": " + fault.reason()};
         }
-        for (size_t j = 0; j < i; ++j) {
-            if (EqualFolded(qualifiers[j].name, qualifier.name)) {
-                return {WBEM_E_INVALID_OBJECT, owner + " has the qualifier " + qualifier.name + " twice"};
-            }
-        }
     }
+    if (const Qualifier* twin = FindTwin(qualifiers))
+        return {WBEM_E_INVALID_OBJECT, owner + " has the qualifier " + twin->name + " twice"};
     return {};
 }
 
@@ -128,36 +178,78 @@ Result<ClassPtr> ClassDefinition::Resolve(uint32_t class_id, ClassDeclaration de
     self.folded_name_ = Fold(declared.name);
     SERVICE_RETURN_IF_ERROR(CheckQualifiers("class " + declared.name, declared.qualifiers));
     SERVICE_RETURN_IF_ERROR(CheckActingQualifiers("class " + declared.name, declared.qualifiers));
-    if (self.superclass_) {
-        if (self.Derivation().size() > kMaxClassDepth) {
-            return {WBEM_E_INVALID_SUPERCLASS, "class " + declared.name + " has more than " +
-                                                   std::to_string(kMaxClassDepth) + " superclasses above it"};
-        }
-        self.properties_ = self.superclass_->properties_;
-        for (PropertyDefinition& inherited : self.properties_)
-            inherited.is_local = false;
-        self.qualifiers_ = MergeQualifiers(self.superclass_->qualifiers_, declared.qualifiers);
-    } else {
-        self.qualifiers_ = declared.qualifiers;
-    }
-    // Being abstract is not inherited: a class is abstract when it says so itself.
-    self.is_abstract_ = HasTrueQualifier(declared.qualifiers, kAbstract);
-    self.is_singleton_ = HasTrueQualifier(self.qualifiers_, kSingleton);
-
-    if (declared.properties.size() > kMaxProperties) return self.TooManyProperties();
-    for (size_t i = 0; i < declared.properties.size(); ++i) {
-        for (size_t j = 0; j < i; ++j) {
-            if (EqualFolded(declared.properties[i].name, declared.properties[j].name)) {
-                return {WBEM_E_INVALID_OBJECT, "class " + declared.name + " declares the property " +
-                                                   declared.properties[i].name + " twice"};
-            }
-        }
-        SERVICE_RETURN_IF_ERROR(self.Join(declared.properties[i]));
-    }
-    if (self.properties_.size() > kMaxProperties) return self.TooManyProperties();
-    self.IndexProperties();
-    SERVICE_RETURN_IF_ERROR(self.CheckKeys());
+    SERVICE_RETURN_IF_ERROR(self.Inherit());
+    SERVICE_RETURN_IF_ERROR(self.JoinFeatures());
     return ClassPtr(definition);
+}
+
+Status ClassDefinition::JoinFeatures() {
+    // Being abstract is not inherited: a class is abstract when it says so itself.
+    is_abstract_ = HasTrueQualifier(declaration_.qualifiers, kAbstract);
+    is_singleton_ = HasTrueQualifier(qualifiers_, kSingleton);
+    SERVICE_RETURN_IF_ERROR(JoinProperties());
+    SERVICE_RETURN_IF_ERROR(JoinMethods());
+    IndexProperties();
+    return CheckKeys();
+}
+
+Status ClassDefinition::Inherit() {
+    if (!superclass_) {
+        qualifiers_ = declaration_.qualifiers;
+        return {};
+    }
+    if (Derivation().size() > kMaxClassDepth) {
+        return {WBEM_E_INVALID_SUPERCLASS, "class " + Name() + " has more than " +
+                                               std::to_string(kMaxClassDepth) + " superclasses above it"};
+    }
+    qualifiers_ = superclass_->qualifiers_;
+    SERVICE_RETURN_IF_ERROR(
+        MergeQualifiers("class " + Name(), superclass_->Name(), declaration_.qualifiers, qualifiers_));
+    properties_ = superclass_->properties_;
+    for (PropertyDefinition& inherited : properties_) {
+        inherited.is_local = false;
+        DropRestricted(inherited.qualifiers);
+        inherited.is_not_null = SaysNotNull(inherited.qualifiers);
+    }
+    methods_ = superclass_->methods_;
+    for (MethodPtr& inherited : methods_) {
+        if (!inherited->is_local && !HasRestricted(*inherited)) continue;
+        auto method = std::make_shared<MethodDefinition>(*inherited);
+        method->is_local = false;
+        DropRestricted(method->qualifiers);
+        for (ParameterDeclaration& parameter : method->parameters)
+            DropRestricted(parameter.qualifiers);
+        inherited = std::move(method);
+    }
+    return {};
+}
+
+Status ClassDefinition::JoinProperties() {
+    const std::vector<PropertyDeclaration>& declared = declaration_.properties;
+    if (declared.size() > kMaxProperties) return TooManyProperties();
+    if (const PropertyDeclaration* twin = FindTwin(declared)) {
+        return {WBEM_E_INVALID_OBJECT, "class " + Name() + " declares the property " + twin->name + " twice"};
+    }
+    for (const PropertyDeclaration& property : declared)
+        SERVICE_RETURN_IF_ERROR(Join(property));
+    if (properties_.size() > kMaxProperties) return TooManyProperties();
+    return {};
+}
+
+Status ClassDefinition::JoinMethods() {
+    const std::vector<MethodDeclaration>& declared = declaration_.methods;
+    const auto too_many = [&]() -> Status {
+        return {WBEM_E_INVALID_OBJECT,
+                "class " + Name() + " has more than " + std::to_string(kMaxMethods) + " methods"};
+    };
+    if (declared.size() > kMaxMethods) return too_many();
+    if (const MethodDeclaration* twin = FindTwin(declared)) {
+        return {WBEM_E_INVALID_OBJECT, "class " + Name() + " declares the method " + twin->name + " twice"};
+    }
+    for (const MethodDeclaration& method : declared)
+        SERVICE_RETURN_IF_ERROR(Join(method));
+    if (methods_.size() > kMaxMethods) return too_many();
+    return {};
 }
 
 void ClassDefinition::IndexProperties() {
@@ -217,15 +309,8 @@ Status ClassDefinition::Join(const PropertyDeclaration& declared) {
     property.origin = declaration_.name;
     property.is_local = true;
     property.is_key = HasTrueQualifier(declared.qualifiers, kKey);
-    property.is_not_null = HasTrueQualifier(declared.qualifiers, kNotNull);
-    if (property.is_key && superclass_ && !superclass_->Keys().empty()) {
-        return {WBEM_E_INVALID_OBJECT,
-                owner + " cannot be a key: class " + superclass_->Name() + " above it has its keys already"};
-    }
-    if (property.is_key && !MayBeKey(property.type)) {
-        return {WBEM_E_INVALID_PROPERTY_TYPE,
-                owner + " cannot be a key: its type is " + DescribeType(property.type)};
-    }
+    property.is_not_null = SaysNotNull(declared.qualifiers);
+    if (property.is_key) SERVICE_RETURN_IF_ERROR(CheckMayBeKey(declared));
     properties_.push_back(std::move(property));
     return {};
 }
@@ -240,15 +325,75 @@ Status ClassDefinition::Redeclare(PropertyDefinition& inherited, const PropertyD
     inherited.type = declared.type;
     // A redeclaration without a default keeps the inherited one.
     if (!IsNull(declared.default_value)) inherited.default_value = declared.default_value;
-    inherited.qualifiers = MergeQualifiers(inherited.qualifiers, declared.qualifiers);
+    SERVICE_RETURN_IF_ERROR(MergeQualifiers("property " + declaration_.name + "." + declared.name,
+                                            superclass_->Name(), declared.qualifiers, inherited.qualifiers));
     inherited.is_local = true;
-    inherited.is_not_null = HasTrueQualifier(inherited.qualifiers, kNotNull);
-    const bool says_key = HasTrueQualifier(declared.qualifiers, kKey);
-    if (says_key && !inherited.is_key) {
-        return {WBEM_E_INVALID_OBJECT, "property " + declaration_.name + "." + declared.name +
-                                           " cannot become a key: " + inherited.origin +
-                                           " declares it as none"};
+    inherited.is_not_null = SaysNotNull(inherited.qualifiers);
+    if (inherited.is_key || !HasTrueQualifier(declared.qualifiers, kKey)) return {};
+    // Published schemas declare a property high up and make it a key further down.
+    SERVICE_RETURN_IF_ERROR(CheckMayBeKey(declared));
+    inherited.is_key = true;
+    return {};
+}
+
+Status ClassDefinition::CheckMayBeKey(const PropertyDeclaration& declared) const {
+    const std::string owner = "property " + declaration_.name + "." + declared.name;
+    if (superclass_ && !superclass_->Keys().empty()) {
+        return {WBEM_E_INVALID_OBJECT,
+                owner + " cannot be a key: class " + superclass_->Name() + " above it has its keys already"};
     }
+    if (!MayBeKey(declared.type)) {
+        return {WBEM_E_INVALID_PROPERTY_TYPE,
+                owner + " cannot be a key: its type is " + DescribeType(declared.type)};
+    }
+    return {};
+}
+
+Status ClassDefinition::Join(const MethodDeclaration& declared) {
+    const std::string owner = "method " + declaration_.name + "." + declared.name;
+    SERVICE_RETURN_IF_ERROR(CheckName("method", declared.name));
+    SERVICE_RETURN_IF_ERROR(CheckQualifiers(owner, declared.qualifiers));
+    if (declared.parameters.size() > kMaxParameters) {
+        return {WBEM_E_INVALID_OBJECT,
+                owner + " has more than " + std::to_string(kMaxParameters) + " parameters"};
+    }
+    if (const ParameterDeclaration* twin = FindTwin(declared.parameters))
+        return {WBEM_E_INVALID_OBJECT, owner + " has the parameter " + twin->name + " twice"};
+    for (const ParameterDeclaration& parameter : declared.parameters) {
+        SERVICE_RETURN_IF_ERROR(CheckName("parameter", parameter.name));
+        SERVICE_RETURN_IF_ERROR(
+            CheckQualifiers("parameter " + parameter.name + " of " + owner, parameter.qualifiers));
+    }
+
+    auto method = std::make_shared<MethodDefinition>();
+    method->name = declared.name;
+    method->folded_name = Fold(declared.name);
+    method->return_type = declared.return_type;
+    method->parameters = declared.parameters;
+    method->qualifiers = declared.qualifiers;
+    method->origin = declaration_.name;
+    method->is_local = true;
+    for (MethodPtr& inherited : methods_) {
+        if (inherited->folded_name != method->folded_name) continue;
+        method->name = inherited->name;
+        method->origin = inherited->origin;
+        method->qualifiers = inherited->qualifiers;
+        SERVICE_RETURN_IF_ERROR(
+            MergeQualifiers(owner, superclass_->Name(), declared.qualifiers, method->qualifiers));
+        for (ParameterDeclaration& parameter : method->parameters) {
+            for (const ParameterDeclaration& above : inherited->parameters) {
+                if (!EqualFolded(above.name, parameter.name)) continue;
+                std::vector<Qualifier> qualifiers = above.qualifiers;
+                SERVICE_RETURN_IF_ERROR(MergeQualifiers("parameter " + parameter.name + " of " + owner,
+                                                        superclass_->Name(), parameter.qualifiers,
+                                                        qualifiers));
+                parameter.qualifiers = std::move(qualifiers);
+            }
+        }
+        inherited = std::move(method);
+        return {};
+    }
+    methods_.push_back(std::move(method));
     return {};
 }
 
@@ -268,6 +413,14 @@ std::optional<size_t> ClassDefinition::FindProperty(std::string_view name) const
         if (properties_[i].folded_name == folded) return i;
     }
     return std::nullopt;
+}
+
+MethodPtr ClassDefinition::FindMethod(std::string_view name) const {
+    const std::string folded = Fold(name);
+    for (const MethodPtr& method : methods_) {
+        if (method->folded_name == folded) return method;
+    }
+    return nullptr;
 }
 
 std::optional<size_t> ClassDefinition::FindProperty(std::wstring_view name) const {

@@ -115,13 +115,28 @@ struct PropertyDefinition {
     bool is_not_null = false;
 };
 
+// A method as a class has it: its own, or inherited as the nearest class above declares it.
+struct MethodDefinition {
+    std::string name;
+    std::string folded_name;
+    std::optional<PropertyType> return_type;  // none for void
+    std::vector<ParameterDeclaration> parameters;
+    std::vector<Qualifier> qualifiers;  // its own and the inherited ones, as those of the parameters
+    std::string origin;                 // the class that declared it first
+    bool is_local = false;              // declared or redeclared by the class itself
+};
+using MethodPtr = std::shared_ptr<const MethodDefinition>;
+
 class ClassDefinition;
 using ClassPtr = std::shared_ptr<const ClassDefinition>;
 
 class ClassDefinition {
  public:
-    // Checks `declaration` (names, duplicates, types and defaults, redeclared properties, keys, limits) and
+    // Checks `declaration` (names, duplicates, types and defaults, what it declares anew, keys, limits) and
     // joins it with `superclass` (null for a root class). `class_id` is the store's number for the class.
+    //
+    // A qualifier goes to subclasses when its flavor says so. One that is not to be overridden may stand
+    // there again with the same value only (WBEM_E_OVERRIDE_NOT_ALLOWED).
     static Result<ClassPtr> Resolve(uint32_t class_id, ClassDeclaration declaration, ClassPtr superclass);
 
     // The class with only those of its properties, by index: what a query asked for. An instance made with it
@@ -145,6 +160,12 @@ class ClassDefinition {
     // Inherited properties first, in the order of their declaration; the order is part of the definition.
     const std::vector<PropertyDefinition>& Properties() const noexcept { return properties_; }
 
+    // Inherited methods first, in the order of their declaration; classes share what they inherit unchanged.
+    const std::vector<MethodPtr>& Methods() const noexcept { return methods_; }
+
+    // The method of that name, without regard to case; null when there is none.
+    MethodPtr FindMethod(std::string_view name) const;
+
     // Indexes of all properties, in the order of their names, code point by code point.
     const std::vector<uint32_t>& NameOrder() const noexcept { return name_order_; }
 
@@ -167,9 +188,15 @@ class ClassDefinition {
  private:
     ClassDefinition() = default;
     ClassDefinition(const ClassDefinition&) = default;
+    Status Inherit();
+    Status JoinFeatures();
+    Status JoinProperties();
+    Status JoinMethods();
     void IndexProperties();
     Status Join(const PropertyDeclaration& declared);
     Status Redeclare(PropertyDefinition& inherited, const PropertyDeclaration& declared);
+    Status Join(const MethodDeclaration& declared);
+    Status CheckMayBeKey(const PropertyDeclaration& declared) const;
     Status CheckKeys() const;
     Status TooManyProperties() const;
 
@@ -179,6 +206,7 @@ class ClassDefinition {
     std::string folded_name_;
     std::vector<Qualifier> qualifiers_;
     std::vector<PropertyDefinition> properties_;
+    std::vector<MethodPtr> methods_;
     std::vector<size_t> keys_;
     std::vector<uint32_t> name_order_;
     bool is_abstract_ = false;
@@ -188,9 +216,9 @@ class ClassDefinition {
     bool lacks_keys_ = false;
 };
 
-// WBEM_E_INVALID_PARAMETER, saying why, unless `name` may name a class, property or qualifier: a letter, an
-// underscore or a character beyond ASCII, then these and digits. Names that begin with two underscores are
-// the service's own; `allow_system` lets them pass.
+// WBEM_E_INVALID_PARAMETER, saying why, unless `name` may name a class, property, method or qualifier: a
+// letter, an underscore or a character beyond ASCII, then these and digits. Names that begin with two
+// underscores are the service's own; `allow_system` lets them pass.
 Status CheckName(std::string_view what, std::string_view name, bool allow_system = false);
 
 }  // namespace service

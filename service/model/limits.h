@@ -22,6 +22,10 @@ inline constexpr size_t kMaxClassDepth = 64;
 // Properties of a class, the inherited ones included.
 inline constexpr size_t kMaxProperties = 4'096;
 
+// Methods of a class, the inherited ones included, and parameters of one.
+inline constexpr size_t kMaxMethods = 4'096;
+inline constexpr size_t kMaxParameters = 256;
+
 // Qualifiers that a class or a property is given.
 inline constexpr size_t kMaxQualifiers = 1'024;
 
@@ -30,6 +34,9 @@ inline constexpr size_t kMaxEmbeddingDepth = 128;
 
 // Embedded objects in the value of one property, those within others included.
 inline constexpr uint32_t kMaxEmbeddedObjects = 100'000;
+
+// Files that include one another in a schema.
+inline constexpr size_t kMaxIncludeDepth = 64;
 
 // Elements of an array value.
 inline constexpr size_t kMaxArrayElements = 16'777'216;

@@ -28,6 +28,15 @@ bool IsNameCharacter(char c) noexcept {
            static_cast<unsigned char>(c) >= 0x80;
 }
 
+bool IsContinuation(char c) noexcept {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// The code points of valid UTF-8.
+size_t CountCharacters(std::string_view text) noexcept {
+    return text.size() - static_cast<size_t>(std::count_if(text.begin(), text.end(), IsContinuation));
+}
+
 // Reads one path from left to right; every step either moves on or leaves a fault.
 class PathReader {
  public:
@@ -65,10 +74,19 @@ class PathReader {
     }
 
     Status Expected(std::string_view what) const {
-        return {WBEM_E_INVALID_OBJECT_PATH, "the object path " + QuoteForPath(ClipForMessage(text_, 300)) +
-                                                " is malformed at character " +
-                                                std::to_string(position_ + 1) + ": " + std::string(what) +
-                                                " was expected"};
+        return {WBEM_E_INVALID_OBJECT_PATH,
+                "the object path " + QuoteForPath(ClipForMessage(text_, 300)) +
+                    " is malformed at character " +
+                    std::to_string(CountCharacters(text_.substr(0, position_)) + 1) + ": " +
+                    std::string(what) + " was expected, " + Found() + " was found"};
+    }
+
+    std::string Found() const {
+        if (AtEnd()) return "the end of the path";
+        size_t length = 1;
+        while (position_ + length < text_.size() && IsContinuation(text_[position_ + length]))
+            ++length;
+        return "'" + std::string(text_.substr(position_, length)) + "'";
     }
 
     // Everything up to a colon that stands before any quote is the namespace.
@@ -200,11 +218,30 @@ std::string DescribeKey(const ClassDefinition& definition, const PropertyDefinit
     return "key property " + definition.Name() + "." + property.name;
 }
 
+std::string DescribeFound(const KeyBinding& binding) {
+    if (const auto* text = std::get_if<std::string>(&binding.value))
+        return "the text " + QuoteForPath(ClipForMessage(*text, 80));
+    if (const auto* flag = std::get_if<bool>(&binding.value)) return *flag ? "TRUE" : "FALSE";
+    if (const auto* number = std::get_if<int64_t>(&binding.value))
+        return "the number " + std::to_string(*number);
+    return "the number " + std::to_string(std::get<uint64_t>(binding.value));
+}
+
+// "its key is INSTANCE_ID": the way out of a path with other keys.
+std::string DescribeKeys(const ClassDefinition& definition) {
+    std::string names;
+    for (const size_t index : definition.Keys())
+        names += (names.empty() ? "" : ", ") + definition.Properties()[index].name;
+    if (names.empty()) return "it has no key";
+    return (definition.Keys().size() == 1 ? "its key is " : "its keys are ") + names;
+}
+
 Status AppendKeyValue(const ClassDefinition& definition, const PropertyDefinition& property,
                       const KeyBinding& binding, std::string& key) {
     const auto mismatch = [&](const char* expected) {
-        return Status(WBEM_E_INVALID_OBJECT_PATH,
-                      DescribeKey(definition, property) + " takes " + expected + " in an object path");
+        return Status(WBEM_E_INVALID_OBJECT_PATH, DescribeKey(definition, property) + " takes " + expected +
+                                                      " in an object path, " + DescribeFound(binding) +
+                                                      " was found");
     };
     switch (RepresentationOf(property.type.type)) {
         case Representation::kText:
@@ -255,14 +292,15 @@ Status CheckKeyNames(const ClassDefinition& definition, const ObjectPath& path) 
     if (path.keys.size() != definition.Keys().size()) {
         return {WBEM_E_INVALID_OBJECT_PATH,
                 "class " + definition.Name() + " has " + std::to_string(definition.Keys().size()) +
-                    " key properties, the object path gives " + std::to_string(path.keys.size())};
+                    " key properties, the object path gives " + std::to_string(path.keys.size()) + ": " +
+                    DescribeKeys(definition)};
     }
     for (const KeyBinding& binding : path.keys) {
         if (binding.name.empty()) continue;
         const auto index = definition.FindProperty(std::string_view(binding.name));
         if (!index || !definition.Properties()[*index].is_key) {
-            return {WBEM_E_INVALID_OBJECT_PATH,
-                    "class " + definition.Name() + " has no key property " + binding.name};
+            return {WBEM_E_INVALID_OBJECT_PATH, "class " + definition.Name() + " has no key property " +
+                                                    binding.name + ": " + DescribeKeys(definition)};
         }
     }
     return {};
@@ -314,7 +352,8 @@ Result<std::string> KeyOf(const ClassDefinition& definition, const ObjectPath& p
             "class " + definition.Name() + " is a singleton: its path is " + definition.Name() + "=@");
     }
     if (path.is_singleton) {
-        return Status(WBEM_E_INVALID_OBJECT_PATH, "class " + definition.Name() + " is no singleton");
+        return Status(WBEM_E_INVALID_OBJECT_PATH,
+                      "class " + definition.Name() + " is no singleton: " + DescribeKeys(definition));
     }
     SERVICE_RETURN_IF_ERROR(CheckKeyNames(definition, path));
     for (const size_t index : definition.Keys()) {

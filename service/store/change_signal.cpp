@@ -15,6 +15,7 @@ namespace service {
 namespace {
 
 constexpr size_t kFileBytes = 4096;
+constexpr size_t kNoteOffset = 64;
 constexpr std::chrono::milliseconds kWithoutSignal{100};
 
 static_assert(std::atomic<uint32_t>::is_always_lock_free &&
@@ -39,6 +40,19 @@ void ChangeSignal::Open(const std::string& path) noexcept {
         if (bytes != MAP_FAILED) word_ = static_cast<std::atomic<uint32_t>*>(bytes);
     }
     close(fd);
+}
+
+std::atomic<uint64_t>* ChangeSignal::note() const noexcept {
+    char* const bytes = reinterpret_cast<char*>(word_);
+    return bytes ? reinterpret_cast<std::atomic<uint64_t>*>(bytes + kNoteOffset) : nullptr;
+}
+
+uint64_t ChangeSignal::Noted() const noexcept {
+    return word_ ? note()->load(std::memory_order_relaxed) : 0;
+}
+
+void ChangeSignal::Note(uint64_t number) noexcept {
+    if (word_) note()->store(number, std::memory_order_relaxed);
 }
 
 uint32_t ChangeSignal::Read() const noexcept {

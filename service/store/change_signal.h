@@ -32,11 +32,17 @@ class ChangeSignal {
     // Maps the file, made if it does not exist.
     void Open(const std::string& path) noexcept;
 
+    // A note for all who open the store: what was last passed to Note, 0 at first or where there is no file.
+    uint64_t Noted() const noexcept;
+    void Note(uint64_t number) noexcept;
+
     uint32_t Read() const noexcept;
     void Raise() noexcept;
     void Wait(uint32_t seen, std::chrono::nanoseconds timeout) noexcept;
 
  private:
+    std::atomic<uint64_t>* note() const noexcept;
+
     std::atomic<uint32_t>* word_ = nullptr;
 };
 

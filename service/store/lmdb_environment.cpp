@@ -11,18 +11,17 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <utility>
 
-#define XXH_INLINE_ALL
-#include <xxhash.h>
-
-#include "service/store/bytes.h"
+#include "service/store/bus_error_notice.h"
 #include "service/store/fork.h"
+#include "service/store/lmdb_file.h"
+#include "service/store/redo_operations.h"
+#include "service/store/store_files.h"
 
 namespace service {
 namespace {
@@ -30,12 +29,13 @@ namespace {
 // The layout of the tables and records: another number is a store that this program cannot read.
 constexpr uint32_t kStoreFormat = 1;
 constexpr std::string_view kFormatKey = "format";
+constexpr unsigned kMaxTables = 8;
 constexpr size_t kSmallestMap = size_t{64} << 20;
 // A disk with less room than this is as good as full: a commit writes that much.
 constexpr uint64_t kSmallestFreeSpace = uint64_t{64} << 10;
 constexpr size_t kScannedBeforeLetGo = size_t{4} << 20;
-constexpr mode_t kDirectoryMode = 0700;
-constexpr mode_t kFileMode = 0600;
+// The data file may grow by so many pages before dead readers are looked for.
+constexpr size_t kPagesBetweenChecks = 1024;
 
 // The environments of this process, by the device and inode of their directory. They are never closed: a
 // close drops all locks that the process has on the lock file, those of an environment opened meanwhile
@@ -49,9 +49,6 @@ struct Registry {
     std::map<std::pair<dev_t, ino_t>, std::vector<std::shared_ptr<LmdbEnvironment>>> environments;
 };
 
-// The innermost of the transactions that this thread runs.
-thread_local const ThreadInside* t_inside = nullptr;
-
 Registry& TheRegistry() {
     static std::atomic<Registry*> current{nullptr};
     Registry* registry = current.load(std::memory_order_acquire);
@@ -62,127 +59,8 @@ Registry& TheRegistry() {
     return *registry;
 }
 
-// The operations of a transaction as the slots hold them. Tables are numbered in the order of LmdbTables.
-//
-//   operations = *( u8 operation, u8 table, u32 length, key, u32 length, value )
-constexpr uint8_t kRedoPut = 1;
-constexpr uint8_t kRedoDelete = 2;
-
-std::array<MDB_dbi, 4> Numbered(const LmdbTables& tables) noexcept {
-    return {tables.meta, tables.schema, tables.instances, tables.log};
-}
-
-int Replay(MDB_txn* txn, const LmdbTables& tables, std::string_view operations) {
-    const std::array<MDB_dbi, 4> numbered = Numbered(tables);
-    ByteReader in(operations);
-    int code = 0;
-    while (code == 0 && !in.AtEnd()) {
-        const uint8_t operation = in.U8();
-        const uint8_t number = in.U8();
-        MDB_val key = ValueOf(in.Text());
-        MDB_val value = ValueOf(in.Text());
-        if (!in.ok() || number >= numbered.size()) return MDB_CORRUPTED;
-        const MDB_dbi table = numbered[number];
-        if (operation == kRedoPut) code = mdb_put(txn, table, &key, &value, 0);
-        if (operation == kRedoDelete) code = mdb_del(txn, table, &key, nullptr);
-        if (code == MDB_NOTFOUND) code = 0;
-    }
-    return code;
-}
-
-Status SystemFault(int error, const std::string& what) {
-    std::string reason = what + ": " + std::strerror(error);
-    switch (error) {
-        case EACCES:
-        case EPERM:
-            return {WBEM_E_ACCESS_DENIED,
-                    reason +
-                        ". The store belongs to the account that made it: run as that account, "
-                        "or name another store with MGMT_STORE"};
-        case EROFS:
-            return {WBEM_E_ACCESS_DENIED, reason + ". The store needs a file system that can be written to"};
-        case ENOSPC:
-        case EDQUOT:
-            return {WBEM_E_OUT_OF_DISK_SPACE, reason + ". Nothing was changed; make room and try again"};
-        case ENOMEM:
-            return {WBEM_E_OUT_OF_MEMORY, reason};
-        default:
-            return {WBEM_E_NOT_AVAILABLE, reason};
-    }
-}
-
-uint64_t NumberOfBoot(uint64_t given) {
-    if (given != 0) return given;
-    std::string id;
-    std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), id);
-    return id.empty() ? 0 : XXH64(id.data(), id.size(), 0);
-}
-
-// Makes the directory and those above it. A store's own directory is for its account alone.
-Status MakeDirectory(const std::string& directory) {
-    if (directory.empty())
-        return {WBEM_E_NOT_AVAILABLE, "the store's directory has no name: set MGMT_STORE or HOME"};
-    for (size_t end = directory.find('/', 1); end != std::string::npos; end = directory.find('/', end + 1)) {
-        const std::string parent = directory.substr(0, end);
-        if (mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) {
-            return SystemFault(errno, "the directory " + parent + " for the store cannot be made");
-        }
-    }
-    if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
-        return SystemFault(errno, "the store " + directory + " cannot be made");
-    }
-    return {};
-}
-
-// Gives the lock file all its blocks. LMDB only sets its length, and a page of it that finds no room on the
-// disk when it is first touched would kill the process. Before LMDB opens the file, not after: closing it
-// drops the process's locks on it.
-Status AllocateLockFile(const std::string& directory, unsigned max_readers) {
-    constexpr off_t kBytesPerReader = 64;
-    const std::string what = "the store " + directory + " cannot be opened";
-    const int fd = open((directory + "/lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode);
-    if (fd < 0) return SystemFault(errno, what);
-    const off_t bytes = kBytesPerReader * (static_cast<off_t>(max_readers) + 2);
-    struct stat facts {};
-    int code = fstat(fd, &facts) != 0 ? errno : 0;
-    constexpr off_t kBytesPerBlock = 512;
-    if (code == 0 && facts.st_blocks * kBytesPerBlock < bytes) code = posix_fallocate(fd, 0, bytes);
-    close(fd);
-    // A file system that cannot allocate ahead leaves it to LMDB.
-    return code == 0 || code == EOPNOTSUPP || code == EINVAL ? Status() : SystemFault(code, what);
-}
-
-// Takes the standard descriptors that the program has closed while it lives: what is printed or logged must
-// not get into the store's files.
-class StandardDescriptors {
- public:
-    StandardDescriptors() noexcept {
-        for (int fd = 0; fd >= 0 && fd <= STDERR_FILENO;) {
-            fd = open("/dev/null", O_RDWR | O_CLOEXEC);
-            if (fd >= 0 && fd <= STDERR_FILENO) taken_[count_++] = fd;
-            if (fd > STDERR_FILENO) close(fd);
-        }
-    }
-    ~StandardDescriptors() {
-        while (count_ > 0)
-            close(taken_[--count_]);
-    }
-    StandardDescriptors(const StandardDescriptors&) = delete;
-    StandardDescriptors& operator=(const StandardDescriptors&) = delete;
-
- private:
-    std::array<int, STDERR_FILENO + 1> taken_{};
-    size_t count_ = 0;
-};
-
-// So that a store that was just made is still there after a power failure.
-void SyncDirectory(const std::string& directory) noexcept {
-    for (const std::string& path : {directory, directory + "/.."}) {
-        const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (fd < 0) continue;
-        fsync(fd);
-        close(fd);
-    }
+[[noreturn]] void OnAssertion(MDB_env*, const char* text) {
+    throw LmdbAssertion{text};
 }
 
 }  // namespace
@@ -227,25 +105,68 @@ Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string
     const StandardDescriptors taken;
     auto environment = std::shared_ptr<LmdbEnvironment>(new LmdbEnvironment(directory, options));
     environments.reserve(environments.size() + 1);
-    SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
-    SERVICE_RETURN_IF_ERROR(environment->OpenTables());
-    environment->signal_.Open(directory + "/changes.signal");
+    try {
+        SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
+        environment->signal_.Open(directory + "/changes.signal");
+        BusErrorNotice::Add(directory);
+        SERVICE_RETURN_IF_ERROR(environment->LookThrough());
+        SERVICE_RETURN_IF_ERROR(environment->CompleteDataFile());
+        SERVICE_RETURN_IF_ERROR(environment->OpenTables());
+    } catch (const LmdbAssertion& assertion) {
+        return environment->StatusOf(assertion);
+    }
     environments.push_back(environment);
     return environment;
+}
+
+// LMDB would take a page size or a root from them as it stands.
+Status LmdbEnvironment::CheckMetaPages() const {
+    const int fd = open((directory_ + "/data.mdb").c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return errno == ENOENT ? Status()
+                               : SystemFault(errno, "the store " + directory_ + " cannot be opened");
+    const std::string fault = LmdbFile(fd).MetaFault();
+    close(fd);
+    return fault.empty() ? Status() : Damaged(fault);
+}
+
+// What was cut off or overwritten while nobody used the store is noticed before LMDB reads it.
+Status LmdbEnvironment::LookThrough() {
+    int fd = -1;
+    MDB_envinfo info{};
+    MDB_stat facts{};
+    struct stat file {};
+    mdb_env_info(env_, &info);
+    mdb_env_stat(env_, &facts);
+    if (mdb_env_get_fd(env_, &fd) != 0 || fstat(fd, &file) != 0) return {};
+    const uint64_t boot = options_.boot != 0 ? options_.boot : NumberOfBoot();
+    const bool is_short = static_cast<uint64_t>(file.st_size) < (info.me_last_pgno + 1) * facts.ms_psize;
+    const bool is_small = static_cast<uint64_t>(file.st_size) <= options_.looked_through_bytes;
+    if (!is_short && !is_small && signal_.Noted() == boot) return {};
+    std::string fault;
+    SERVICE_RETURN_IF_ERROR(FindFaults([&](const std::string& found) {
+        fault = found;
+        return false;
+    }));
+    if (!fault.empty()) return Damaged(fault);
+    signal_.Note(boot);
+    return {};
 }
 
 Status LmdbEnvironment::OpenFiles() {
     const std::string what = "the store " + directory_ + " cannot be opened";
     const bool is_new = access((directory_ + "/data.mdb").c_str(), F_OK) != 0;
+    SERVICE_RETURN_IF_ERROR(CheckMetaPages());
     SERVICE_RETURN_IF_ERROR(AllocateLockFile(directory_, options_.max_readers));
     // A system that limits address space gets a smaller map, which grows like any other.
     for (size_t bytes = options_.map_bytes;; bytes /= 2) {
         int code = mdb_env_create(&env_);
         if (code != 0) return StatusOf(code, what);
-        mdb_env_set_maxdbs(env_, 8);
+        mdb_env_set_assert(env_, OnAssertion);
+        mdb_env_set_maxdbs(env_, kMaxTables);
         mdb_env_set_maxreaders(env_, options_.max_readers);
         mdb_env_set_mapsize(env_, bytes);
-        code = mdb_env_open(env_, directory_.c_str(), MDB_NOTLS | MDB_NOMETASYNC, kFileMode);
+        code = mdb_env_open(env_, directory_.c_str(), MDB_NOTLS | MDB_NOMETASYNC, kStoreFileMode);
         if (code == 0) break;
         mdb_env_close(env_);
         env_ = nullptr;
@@ -254,7 +175,7 @@ Status LmdbEnvironment::OpenFiles() {
     int dead_readers = 0;
     mdb_reader_check(env_, &dead_readers);
     if (is_new) SyncDirectory(directory_);
-    return CompleteDataFile();
+    return {};
 }
 
 // A data file that was cut short would kill the process that reads behind its end. It gets its length back;
@@ -296,7 +217,8 @@ Status LmdbEnvironment::OpenTables() {
         return MakeTables();
     }
     Status fault = code == 0 ? CheckFormat(txn) : StatusOf(code, what);
-    if (fault.ok()) code = redo_.Locate(env_, txn, tables_.redo, NumberOfBoot(options_.boot));
+    if (fault.ok())
+        code = redo_.Locate(env_, txn, tables_.redo, options_.boot != 0 ? options_.boot : NumberOfBoot());
     // Committing is what keeps the handles of the tables for later transactions.
     const int committed = mdb_txn_commit(txn);
     if (!fault.ok()) return fault;
@@ -364,7 +286,7 @@ Status LmdbEnvironment::RedoLostCommits() {
             mdb_txn_abort(txn);
             return {};
         }
-        code = Replay(txn, tables_, operations);
+        code = ReplayOperations(txn, tables_, operations);
         if (code == 0) {
             code = mdb_txn_commit(txn);
             if (code == 0) code = mdb_env_sync(env_, 1);
@@ -418,6 +340,16 @@ Status LmdbEnvironment::StatusOf(int code, const std::string& what) const {
             if (code > 0) return SystemFault(code, what);
             return {WBEM_E_PROVIDER_FAILURE, what + ": " + mdb_strerror(code)};
     }
+}
+
+Status LmdbEnvironment::StatusOf(const LmdbAssertion& assertion) const {
+    return Damaged("LMDB found that \"" + assertion.text + "\" does not hold");
+}
+
+Status LmdbEnvironment::Damaged(const std::string& what) const {
+    return {WBEM_E_CRITICAL_ERROR, "the store's data file " + directory_ + "/data.mdb is damaged: " + what +
+                                       ". Restore the store from a backup, or name another one with "
+                                       "MGMT_STORE"};
 }
 
 bool LmdbEnvironment::IsDiskFull() const noexcept {
@@ -483,8 +415,21 @@ int LmdbEnvironment::BeginWrite(MDB_txn*& txn) {
     if (code != 0) {
         txn = nullptr;
         LeaveTransaction();
+        return code;
     }
-    return code;
+    ClearDeadReaders();
+    return 0;
+}
+
+// A process that was killed while it read keeps every page that was replaced since from being used again, so
+// the file grows with each commit. Called in a write transaction, of which there is one at a time.
+void LmdbEnvironment::ClearDeadReaders() noexcept {
+    MDB_envinfo info{};
+    mdb_env_info(env_, &info);
+    if (info.me_last_pgno < pages_at_check_ + kPagesBetweenChecks) return;
+    int dead_readers = 0;
+    mdb_reader_check(env_, &dead_readers);
+    pages_at_check_ = info.me_last_pgno;
 }
 
 void LmdbEnvironment::EnterTransaction(std::unique_lock<std::mutex>& lock) {
@@ -561,115 +506,6 @@ Status LmdbEnvironment::Grow(size_t full_bytes) {
     mdb_reader_check(env_, &dead_readers);
     const int code = Resize(full_bytes);
     return code == 0 ? Status() : StatusOf(code, "the store " + directory_ + " cannot grow");
-}
-
-void ThreadInside::Enter(const LmdbEnvironment& environment, bool is_writer) noexcept {
-    environment_ = &environment;
-    is_writer_ = is_writer;
-    outer_ = std::exchange(t_inside, this);
-}
-
-void ThreadInside::Leave() noexcept {
-    if (std::exchange(environment_, nullptr)) t_inside = outer_;
-}
-
-bool ThreadInside::IsWithin(const LmdbEnvironment& environment) noexcept {
-    for (const ThreadInside* each = t_inside; each; each = each->outer_) {
-        if (each->environment_ == &environment) return true;
-    }
-    return false;
-}
-
-bool ThreadInside::IsWriting(const LmdbEnvironment& environment) noexcept {
-    for (const ThreadInside* each = t_inside; each; each = each->outer_) {
-        if (each->environment_ == &environment && each->is_writer_) return true;
-    }
-    return false;
-}
-
-// While the map is looked at, another process may grow it once more. A thread that is inside already cannot
-// have it resized.
-Status ReadTransaction::Begin() {
-    int code = environment_.BeginRead(txn_);
-    while (code == MDB_MAP_RESIZED && !ThreadInside::IsWithin(environment_)) {
-        code = environment_.Resize(0);
-        if (code == 0) code = environment_.BeginRead(txn_);
-    }
-    if (code != 0) {
-        return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be read");
-    }
-    inside_.Enter(environment_, false);
-    return {};
-}
-
-// A thread that writes already would wait for itself, and every other writer for it.
-Status WriteTransaction::Begin() {
-    if (ThreadInside::IsWriting(environment_)) {
-        return {WBEM_E_UNEXPECTED, "the store " + environment_.directory() +
-                                       " is being written to by this very thread: what is called within an "
-                                       "import may not write"};
-    }
-    int code = environment_.BeginWrite(txn_);
-    while (code == MDB_MAP_RESIZED && !ThreadInside::IsWithin(environment_)) {
-        code = environment_.Resize(0);
-        if (code == 0) code = environment_.BeginWrite(txn_);
-    }
-    if (code != 0) {
-        return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be written to");
-    }
-    inside_.Enter(environment_, true);
-    return {};
-}
-
-int WriteTransaction::Put(MDB_dbi table, MDB_val key, MDB_val value, unsigned flags) {
-    const int code = mdb_put(txn_, table, &key, &value, flags);
-    if (code == 0) Note(kRedoPut, table, key, value);
-    return code;
-}
-
-int WriteTransaction::Delete(MDB_dbi table, MDB_val key) {
-    const int code = mdb_del(txn_, table, &key, nullptr);
-    if (code == 0) Note(kRedoDelete, table, key, {0, nullptr});
-    return code;
-}
-
-void WriteTransaction::Note(uint8_t operation, MDB_dbi table, const MDB_val& key, const MDB_val& value) {
-    constexpr size_t kOverhead = 16;
-    if (fits_redo_)
-        fits_redo_ = redo_.size() + kOverhead + key.mv_size + value.mv_size <= RedoSlots::kCapacity;
-    if (!fits_redo_) {
-        redo_.clear();
-        return;
-    }
-    const std::array<MDB_dbi, 4> numbered = Numbered(environment_.tables_);
-    const auto number = std::find(numbered.begin(), numbered.end(), table) - numbered.begin();
-    ByteWriter out(redo_);
-    out.U8(operation);
-    out.U8(static_cast<uint8_t>(number));
-    out.Text(ViewOf(key));
-    out.Text(ViewOf(value));
-}
-
-// A commit that does not fit the slots needs LMDB's second flush, which the environment leaves out. Its slot
-// is emptied all the same: it may hold what a killed process was about to commit under this number.
-int WriteTransaction::Commit() {
-    if (fits_redo_ && redo_.empty()) return 0;
-    const uint64_t number = mdb_txn_id(txn_);
-    const bool is_written = environment_.redo_.Write(number, redo_);
-    const bool is_redoable = is_written && fits_redo_;
-    MDB_txn* txn = std::exchange(txn_, nullptr);
-    int code = mdb_txn_commit(txn);
-    if (code != 0 && is_written) environment_.ForgetRedo(number);
-    if (code == 0 && !is_redoable) code = mdb_env_sync(environment_.env_, 1);
-    environment_.LeaveTransaction();
-    inside_.Leave();
-    return code;
-}
-
-WriteTransaction::~WriteTransaction() {
-    if (!txn_) return;
-    mdb_txn_abort(txn_);
-    environment_.LeaveTransaction();
 }
 
 }  // namespace service

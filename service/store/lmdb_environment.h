@@ -17,6 +17,10 @@
 //   resize waits for it.
 // - A commit is on the disk when it has returned, with one flush where redo_slots.h allows it.
 //
+// - LMDB trusts its pages. What lies in the file is looked at before LMDB is let at it, see LmdbFile; where
+//   LMDB notices damage by an assertion, that is thrown as LmdbAssertion through it, out of whatever called
+//   it.
+//
 // Any number of threads may use one environment; a transaction belongs to one thread at a time.
 #pragma once
 
@@ -31,20 +35,14 @@
 
 #include <lmdb.h>
 
+#include "service/model/function_ref.h"
 #include "service/model/status.h"
 #include "service/store/change_signal.h"
+#include "service/store/lmdb_tables.h"
 #include "service/store/redo_slots.h"
 #include "service/store/store.h"
 
 namespace service {
-
-// Bytes as LMDB takes and gives them; it does not change those it is given.
-inline MDB_val ValueOf(std::string_view bytes) noexcept {
-    return {bytes.size(), const_cast<char*>(bytes.data())};
-}
-inline std::string_view ViewOf(const MDB_val& value) noexcept {
-    return {static_cast<const char*>(value.mv_data), value.mv_size};
-}
 
 // A stretch of the map.
 struct MapRange {
@@ -65,12 +63,9 @@ struct MapRange {
     size_t read_bytes = 0;  // of those in between
 };
 
-struct LmdbTables {
-    MDB_dbi meta = 0;
-    MDB_dbi schema = 0;
-    MDB_dbi instances = 0;
-    MDB_dbi log = 0;
-    MDB_dbi redo = 0;
+// What LMDB says that cannot be; the transaction it is thrown in must be ended.
+struct LmdbAssertion {
+    std::string text;
 };
 
 class LmdbEnvironment {
@@ -107,8 +102,15 @@ class LmdbEnvironment {
     // thread.
     Status Grow(size_t full_bytes);
 
+    // See Store.
+    Status FindFaults(FunctionRef<bool(const std::string&)> found);
+    Status CopyTo(const std::string& directory);
+    Status Figures(StoreFigures& figures);
+
     // The status of LMDB's or the system's error `code`, met while doing `what`.
     Status StatusOf(int code, const std::string& what) const;
+    Status StatusOf(const LmdbAssertion& assertion) const;
+    Status Damaged(const std::string& what) const;
 
  private:
     friend class ReadTransaction;
@@ -118,6 +120,9 @@ class LmdbEnvironment {
     Status OpenFiles();
     int BeginAlone(unsigned flags, MDB_txn*& txn);
     Status OpenTables();
+    Status CheckMetaPages() const;
+    int CopyFile(int fd);
+    Status LookThrough();
     Status CompleteDataFile();
     bool IsRoomFor(size_t bytes) const noexcept;
     bool IsDiskFull() const noexcept;
@@ -128,6 +133,7 @@ class LmdbEnvironment {
     int BeginRead(MDB_txn*& txn);
     void EndRead(MDB_txn* txn) noexcept;
     int BeginWrite(MDB_txn*& txn);
+    void ClearDeadReaders() noexcept;
     void ForgetRedo(uint64_t number) noexcept;
     void EnterTransaction(std::unique_lock<std::mutex>& lock);
     void LeaveTransaction() noexcept;
@@ -137,6 +143,7 @@ class LmdbEnvironment {
     const StoreOptions options_;
     const unsigned fork_count_;
     MDB_env* env_ = nullptr;
+    size_t pages_at_check_ = 0;  // of the data file when dead readers were looked for; the writer's
     LmdbTables tables_;
     RedoSlots redo_;
     ChangeSignal signal_;

@@ -1,536 +1,146 @@
-// The tables of an LMDB store. Integers in keys are big-endian where order matters.
-//
-//   meta       "format" u32, "schema-generation" u64, "next-id" u32
-//   schema     what the repository files there
-//   instances  short-key -> record                        ; keys that fit LMDB's limit
-//              long-key  -> u32 length, key, record
-//   log        u64 number (native order) -> change
-//
-//   short-key = u32 class-id, 0x00, key
-//   long-key  = u32 class-id, 0x01, the key's first kLongKeyPrefix bytes, u64 XXH3 of the key, u16 ordinal
-//               ; keys that agree in prefix and hash have ordinals 0, 1, 2, ... without a gap
-//   change    = u8 format (1), u8 kind, u32 class-id, u64 time, u32 length, key, u32 length, before,
-//               u32 length, after
+// The store in one directory of this machine, behind the interface.
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <mutex>
+#include <thread>
 #include <utility>
 
-#define XXH_INLINE_ALL
-#include <lmdb.h>
-#include <xxhash.h>
-
-#include "service/store/bytes.h"
+#include "service/store/absent_store.h"
 #include "service/store/fork.h"
 #include "service/store/lmdb_environment.h"
+#include "service/store/lmdb_records.h"
 #include "service/store/store.h"
+#include "service/store/store_files.h"
 
 namespace service {
 namespace {
 
-constexpr uint8_t kChangeFormat = 1;
-constexpr size_t kMaxLmdbKey = 511;
-constexpr size_t kClassBytes = 4;
-constexpr size_t kOrdinalBytes = 2;
-constexpr size_t kKeyHeader = kClassBytes + 1;
-constexpr size_t kLongKeyPrefix = 400;
-constexpr unsigned kMaxLongKeyOrdinal = 0xFFFF;
-// Old entries go some at a time, so that not every change pays for removing one.
-constexpr int kLogTrimBatch = 64;
-constexpr std::string_view kGenerationKey = "schema-generation";
-constexpr std::string_view kNextIdKey = "next-id";
-
-// A key of the table `instances`, without an allocation.
-class InstanceTableKey {
- public:
-    InstanceTableKey(uint32_t class_id, std::string_view key) noexcept
-        : is_long_(kKeyHeader + key.size() > kMaxLmdbKey) {
-        AppendBigEndian(class_id, kClassBytes);
-        bytes_[size_++] = is_long_ ? 1 : 0;
-        const std::string_view kept = is_long_ ? key.substr(0, kLongKeyPrefix) : key;
-        size_ += kept.copy(bytes_.data() + size_, kept.size());
-        if (!is_long_) return;
-        AppendBigEndian(XXH3_64bits(key.data(), key.size()), 8);
-        AppendBigEndian(0, kOrdinalBytes);
-    }
-
-    // Of all keys of the class `class_id` that are not before `place`.
-    static InstanceTableKey From(uint32_t class_id, std::string_view place) noexcept {
-        InstanceTableKey key;
-        key.AppendBigEndian(class_id, kClassBytes);
-        key.size_ += place.copy(key.bytes_.data() + key.size_, kMaxLmdbKey - key.size_);
-        return key;
-    }
-
-    bool IsLong() const noexcept { return is_long_; }
-    void SetOrdinal(unsigned ordinal) noexcept {
-        size_ -= kOrdinalBytes;
-        AppendBigEndian(ordinal, kOrdinalBytes);
-    }
-    MDB_val value() noexcept { return {size_, bytes_.data()}; }
-    std::string_view place() const noexcept { return PlaceIn({bytes_.data(), size_}); }
-
-    // The place is what a key of the table has of an instance, but for the ordinal of a long one.
-    static std::string_view PlaceIn(std::string_view table_key) noexcept {
-        table_key.remove_prefix(std::min(kClassBytes, table_key.size()));
-        if (IsLongPlace(table_key)) table_key.remove_suffix(std::min(kOrdinalBytes, table_key.size()));
-        return table_key;
-    }
-    static bool IsLongPlace(std::string_view place) noexcept { return !place.empty() && place[0] == 1; }
-
- private:
-    InstanceTableKey() noexcept = default;
-
-    void AppendBigEndian(uint64_t value, size_t count) noexcept {
-        while (count-- > 0)
-            bytes_[size_++] = static_cast<char>(value >> (8 * count));
-    }
-
-    std::array<char, kMaxLmdbKey> bytes_{};
-    size_t size_ = 0;
-    bool is_long_ = false;
-};
-
-// Splits what stands under a long key; false for a damaged entry.
-bool SplitLongEntry(std::string_view entry, std::string_view& key, std::string_view& record) noexcept {
-    ByteReader in(entry);
-    key = in.Text();
-    record = in.rest();
-    return in.ok();
-}
-
-class Cursor {
- public:
-    Cursor() = default;
-    ~Cursor() {
-        if (cursor_) mdb_cursor_close(cursor_);
-    }
-    Cursor(const Cursor&) = delete;
-    Cursor& operator=(const Cursor&) = delete;
-
-    int Open(MDB_txn* txn, MDB_dbi table) noexcept { return mdb_cursor_open(txn, table, &cursor_); }
-    int Get(MDB_val& key, MDB_val& value, MDB_cursor_op operation) noexcept {
-        return mdb_cursor_get(cursor_, &key, &value, operation);
-    }
-
- private:
-    MDB_cursor* cursor_ = nullptr;
-};
-
-bool DecodeChange(uint64_t number, std::string_view bytes, ChangeView& change) noexcept {
-    ByteReader in(bytes);
-    if (in.U8() != kChangeFormat) return false;
-    change.number = number;
-    change.kind = static_cast<ChangeKind>(in.U8());
-    change.class_id = in.U32();
-    change.time_ns = static_cast<int64_t>(in.U64());
-    change.key = in.Text();
-    change.before = in.Text();
-    change.after = in.Text();
-    return in.ok() && in.AtEnd();
-}
-
-// One transaction's view of the tables; the writer's changes come on top.
-class LmdbTransaction final : public StoreWriter {
- public:
-    // `writer` is null for a transaction that only reads.
-    LmdbTransaction(LmdbEnvironment& environment, MDB_txn* txn, WriteTransaction* writer) noexcept
-        : environment_(environment), txn_(txn), writer_(writer) {}
-
-    // Whether the change log has new entries.
-    bool HasLogged() const noexcept { return has_logged_; }
-
-    // Whether an operation met a full map: the transaction must be run again in a larger one.
-    bool NeedsRoom() const noexcept { return needs_room_; }
-
-    // A writer's own number is that of the state it will leave; it began from the one before.
-    uint64_t StateNumber() const noexcept override { return mdb_txn_id(txn_) - (writer_ ? 1 : 0); }
-
-    Status SchemaGeneration(uint64_t& generation) override { return GetNumber(kGenerationKey, generation); }
-
-    Status GetSchema(std::string_view key, std::string_view& record, bool& found) override {
-        MDB_val k = ValueOf(key), v{};
-        return Found(mdb_get(txn_, tables().schema, &k, &v), v, record, found);
-    }
-
-    Status ScanSchema(std::string_view prefix,
-                      FunctionRef<bool(std::string_view, std::string_view)> visit) override {
-        return ScanFrom(tables().schema, ValueOf(prefix), prefix.size(),
-                        [&](std::string_view key, std::string_view record, bool& go_on) {
-                            go_on = visit(key, record);
-                            return Status();
-                        });
-    }
-
-    Status GetInstance(uint32_t class_id, std::string_view key, std::string_view& record,
-                       bool& found) override {
-        InstanceTableKey table_key(class_id, key);
-        if (table_key.IsLong()) {
-            unsigned ordinal = 0;
-            return FindLong(table_key, key, ordinal, record, found);
-        }
-        MDB_val k = table_key.value(), v{};
-        return Found(mdb_get(txn_, tables().instances, &k, &v), v, record, found);
-    }
-
-    std::string PlaceOf(uint32_t class_id, std::string_view key) const override {
-        return std::string(InstanceTableKey(class_id, key).place());
-    }
-
-    Status ScanInstances(uint32_t class_id, std::string_view place,
-                         FunctionRef<bool(const InstanceView&)> visit) override {
-        InstanceTableKey start = InstanceTableKey::From(class_id, place);
-        MapRange scanned;
-        Status fault = ScanFrom(tables().instances, start.value(), kClassBytes,
-                                [&](std::string_view table_key, std::string_view entry, bool& go_on) {
-                                    InstanceView found;
-                                    scanned.Add(entry);
-                                    found.place = InstanceTableKey::PlaceIn(table_key);
-                                    if (found.place == place) return Status();
-                                    if (!InstanceTableKey::IsLongPlace(found.place)) {
-                                        found.key =
-                                            found.place.substr(std::min<size_t>(1, found.place.size()));
-                                        found.record = entry;
-                                    } else if (!SplitLongEntry(entry, found.key, found.record)) {
-                                        return Damaged("an instance with a long key");
-                                    }
-                                    go_on = visit(found);
-                                    return Status();
-                                });
-        // What a writer reads may lie outside the map.
-        if (!writer_) environment_.LetGo(scanned);
-        return fault;
-    }
-
-    Status LastChange(uint64_t& number) override { return EndOfLog(MDB_LAST, number); }
-
-    Status ScanChanges(uint64_t number, bool& is_complete,
-                       FunctionRef<bool(const ChangeView&)> visit) override {
-        is_complete = true;
-        Cursor cursor;
-        uint64_t from = number + 1;
-        MDB_val k{sizeof from, &from}, v{};
-        int code = cursor.Open(txn_, tables().log);
-        if (code == 0) code = cursor.Get(k, v, MDB_SET_RANGE);
-        for (bool is_first = true; code == 0; code = cursor.Get(k, v, MDB_NEXT), is_first = false) {
-            uint64_t found = 0;
-            std::memcpy(&found, k.mv_data, sizeof found);
-            if (is_first && found != from) is_complete = false;
-            ChangeView change;
-            if (!DecodeChange(found, ViewOf(v), change))
-                return Damaged("entry " + std::to_string(found) + " of the change log");
-            if (!visit(change)) return {};
-        }
-        return code == MDB_NOTFOUND ? Status() : Fault(code);
-    }
-
-    Status NextId(uint32_t& id) override {
-        uint64_t last = 0;
-        SERVICE_RETURN_IF_ERROR(GetNumber(kNextIdKey, last));
-        if (last >= UINT32_MAX)
-            return {WBEM_E_QUOTA_VIOLATION, "the store has no numbers for further classes"};
-        id = static_cast<uint32_t>(last + 1);
-        return PutNumber(kNextIdKey, last + 1);
-    }
-
-    Status PutSchema(std::string_view key, std::string_view record) override {
-        MDB_val k = ValueOf(key), v = ValueOf(record);
-        if (const int code = writer_->Put(tables().schema, k, v); code != 0) return Fault(code);
-        return SchemaChanged();
-    }
-
-    Status DeleteSchema(std::string_view key) override {
-        MDB_val k = ValueOf(key);
-        if (const int code = writer_->Delete(tables().schema, k); code != 0 && code != MDB_NOTFOUND) {
-            return Fault(code);
-        }
-        return SchemaChanged();
-    }
-
-    Status PutInstance(uint32_t class_id, std::string_view key, std::string_view before,
-                       std::string_view after) override {
-        // The log comes first: `before` refers to the page that the put changes.
-        SERVICE_RETURN_IF_ERROR(
-            Log(before.empty() ? ChangeKind::kCreated : ChangeKind::kModified, class_id, key, before, after));
-        InstanceTableKey table_key(class_id, key);
-        MDB_val v = ValueOf(after);
-        std::string long_entry;
-        if (table_key.IsLong()) {
-            unsigned ordinal = 0;
-            std::string_view record;
-            bool found = false;
-            SERVICE_RETURN_IF_ERROR(FindLong(table_key, key, ordinal, record, found));
-            ByteWriter entry(long_entry);
-            entry.Text(key);
-            entry.Raw(after);
-            v = ValueOf(long_entry);
-        }
-        MDB_val k = table_key.value();
-        const int code = writer_->Put(tables().instances, k, v);
-        return code == 0 ? Status() : Fault(code);
-    }
-
-    Status DeleteInstance(uint32_t class_id, std::string_view key, std::string_view before) override {
-        SERVICE_RETURN_IF_ERROR(Log(ChangeKind::kDeleted, class_id, key, before, {}));
-        InstanceTableKey table_key(class_id, key);
-        if (table_key.IsLong()) return DeleteLong(table_key, key);
-        MDB_val k = table_key.value();
-        const int code = writer_->Delete(tables().instances, k);
-        return code == 0 ? Status() : Fault(code);
-    }
-
- private:
-    const LmdbTables& tables() const noexcept { return environment_.tables(); }
-
-    Status Fault(int code) {
-        needs_room_ = needs_room_ || code == MDB_MAP_FULL;
-        return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be used");
-    }
-
-    Status Damaged(const std::string& what) const {
-        return {WBEM_E_CRITICAL_ERROR,
-                what + " in the store " + environment_.directory() + " is damaged: restore it from a backup"};
-    }
-
-    Status Found(int code, const MDB_val& value, std::string_view& record, bool& found) {
-        found = code == 0;
-        if (found) record = ViewOf(value);
-        return code == 0 || code == MDB_NOTFOUND ? Status() : Fault(code);
-    }
-
-    // Calls visit(key, value, go_on) for the entries from `start` on whose keys begin with the same bytes.
-    template <typename Visit>
-    Status ScanFrom(MDB_dbi table, MDB_val start, size_t same_bytes, Visit visit) {
-        Cursor cursor;
-        const std::string_view prefix = ViewOf(start).substr(0, same_bytes);
-        MDB_val k = start, v{};
-        int code = cursor.Open(txn_, table);
-        if (code == 0) code = cursor.Get(k, v, MDB_SET_RANGE);
-        for (bool go_on = true; code == 0; code = cursor.Get(k, v, MDB_NEXT)) {
-            if (!ViewOf(k).starts_with(prefix)) return {};
-            SERVICE_RETURN_IF_ERROR(visit(ViewOf(k), ViewOf(v), go_on));
-            if (!go_on) return {};
-        }
-        return code == MDB_NOTFOUND ? Status() : Fault(code);
-    }
-
-    Status GetNumber(std::string_view name, uint64_t& number) {
-        MDB_val k = ValueOf(name), v{};
-        number = 0;
-        const int code = mdb_get(txn_, tables().meta, &k, &v);
-        if (code == MDB_NOTFOUND) return {};
-        if (code != 0) return Fault(code);
-        if (v.mv_size != sizeof number) return Damaged("the number " + std::string(name));
-        std::memcpy(&number, v.mv_data, sizeof number);
-        return {};
-    }
-
-    Status PutNumber(std::string_view name, uint64_t number) {
-        MDB_val k = ValueOf(name), v{sizeof number, &number};
-        const int code = writer_->Put(tables().meta, k, v);
-        return code == 0 ? Status() : Fault(code);
-    }
-
-    Status SchemaChanged() {
-        uint64_t generation = 0;
-        SERVICE_RETURN_IF_ERROR(GetNumber(kGenerationKey, generation));
-        return PutNumber(kGenerationKey, generation + 1);
-    }
-
-    // Leaves `table_key` at the entry of `key`, or at the first free ordinal when there is none.
-    Status FindLong(InstanceTableKey& table_key, std::string_view key, unsigned& ordinal,
-                    std::string_view& record, bool& found) {
-        found = false;
-        for (ordinal = 0; ordinal <= kMaxLongKeyOrdinal; ++ordinal) {
-            table_key.SetOrdinal(ordinal);
-            MDB_val k = table_key.value(), v{};
-            const int code = mdb_get(txn_, tables().instances, &k, &v);
-            if (code == MDB_NOTFOUND) return {};
-            if (code != 0) return Fault(code);
-            std::string_view found_key, found_record;
-            if (!SplitLongEntry(ViewOf(v), found_key, found_record))
-                return Damaged("an instance with a long key");
-            found = found_key == key;
-            if (!found) continue;
-            record = found_record;
-            return {};
-        }
-        return {WBEM_E_QUOTA_VIOLATION, "too many long keys begin alike and have the same hash"};
-    }
-
-    // The last entry of those that share prefix and hash moves into the gap.
-    Status DeleteLong(InstanceTableKey& table_key, std::string_view key) {
-        unsigned gap = 0;
-        std::string_view record;
-        bool found = false;
-        SERVICE_RETURN_IF_ERROR(FindLong(table_key, key, gap, record, found));
-        if (!found) return {};
-        std::string last_entry;
-        unsigned last = gap;
-        for (unsigned next = gap + 1; next <= kMaxLongKeyOrdinal; ++next) {
-            table_key.SetOrdinal(next);
-            MDB_val k = table_key.value(), v{};
-            const int code = mdb_get(txn_, tables().instances, &k, &v);
-            if (code == MDB_NOTFOUND) break;
-            if (code != 0) return Fault(code);
-            last = next;
-            last_entry = ViewOf(v);
-        }
-        int code = 0;
-        if (last != gap) {
-            table_key.SetOrdinal(gap);
-            MDB_val k = table_key.value(), v = ValueOf(last_entry);
-            code = writer_->Put(tables().instances, k, v);
-        }
-        if (code == 0) {
-            table_key.SetOrdinal(last);
-            MDB_val k = table_key.value();
-            code = writer_->Delete(tables().instances, k);
-        }
-        return code == 0 ? Status() : Fault(code);
-    }
-
-    Status Log(ChangeKind kind, uint32_t class_id, std::string_view key, std::string_view before,
-               std::string_view after) {
-        uint64_t number = 0;
-        SERVICE_RETURN_IF_ERROR(LastChange(number));
-        ++number;
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        const size_t size = 2 + sizeof(uint32_t) + sizeof(uint64_t) + 3 * sizeof(uint32_t) + key.size() +
-                            before.size() + after.size();
-        std::string change;
-        change.reserve(size);
-        ByteWriter out(change);
-        out.U8(kChangeFormat);
-        out.U8(static_cast<uint8_t>(kind));
-        out.U32(class_id);
-        out.U64(static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count()));
-        out.Text(key);
-        out.Text(before);
-        out.Text(after);
-        MDB_val k{sizeof number, &number}, v = ValueOf(change);
-        if (const int code = writer_->Put(tables().log, k, v, MDB_APPEND); code != 0) return Fault(code);
-        has_logged_ = true;
-        return TrimLog();
-    }
-
-    bool LogIsLargerThan(size_t bytes, size_t& entries) {
-        MDB_stat facts{};
-        mdb_stat(txn_, tables().log, &facts);
-        entries = facts.ms_entries;
-        const size_t pages = facts.ms_branch_pages + facts.ms_leaf_pages + facts.ms_overflow_pages;
-        return pages * facts.ms_psize > bytes;
-    }
-
-    // The newest entry always stays: it carries the number that the next one continues.
-    Status TrimLog() {
-        const size_t limit = environment_.options().change_log_bytes;
-        size_t entries = 0;
-        while (LogIsLargerThan(limit, entries) && entries > 1) {
-            for (int i = 0; i < kLogTrimBatch && entries > 1; ++i) {
-                uint64_t oldest = 0;
-                SERVICE_RETURN_IF_ERROR(EndOfLog(MDB_FIRST, oldest));
-                const int code = writer_->Delete(tables().log, {sizeof oldest, &oldest});
-                if (code != 0) return Fault(code);
-                if (!LogIsLargerThan(limit - limit / kLogTrimBatch, entries)) break;
-            }
-        }
-        return {};
-    }
-
-    // The number of the first or the last entry; 0 for an empty log.
-    Status EndOfLog(MDB_cursor_op end, uint64_t& number) {
-        number = 0;
-        Cursor cursor;
-        MDB_val k{}, v{};
-        int code = cursor.Open(txn_, tables().log);
-        if (code == 0) code = cursor.Get(k, v, end);
-        if (code == MDB_NOTFOUND) return {};
-        if (code != 0) return Fault(code);
-        std::memcpy(&number, k.mv_data, sizeof number);
-        return {};
-    }
-
-    LmdbEnvironment& environment_;
-    MDB_txn* const txn_;
-    WriteTransaction* const writer_;
-    bool needs_room_ = false;
-    bool has_logged_ = false;
-};
+// How long somebody waits for a change of a store that is not there before looking again.
+constexpr std::chrono::milliseconds kWhileAbsent{100};
 
 class LmdbStore final : public Store {
  public:
     LmdbStore(std::string directory, const StoreOptions& options)
         : directory_(std::move(directory)), options_(options) {}
 
+    // What is there must be a store.
     Status Open() {
+        if (directory_.empty()) return MakeDirectory(directory_);
         LmdbEnvironment* environment = nullptr;
-        return Environment(environment);
+        return Existing(environment);
     }
 
     Status Read(FunctionRef<Status(StoreReader&)> read) override {
         LmdbEnvironment* environment = nullptr;
-        SERVICE_RETURN_IF_ERROR(Environment(environment));
-        ReadTransaction txn(*environment);
-        SERVICE_RETURN_IF_ERROR(txn.Begin());
-        LmdbTransaction reader(*environment, txn.get(), nullptr);
-        return read(reader);
+        SERVICE_RETURN_IF_ERROR(Existing(environment));
+        if (!environment) {
+            AbsentStore nothing;
+            return read(nothing);
+        }
+        try {
+            ReadTransaction txn(*environment);
+            SERVICE_RETURN_IF_ERROR(txn.Begin());
+            LmdbRecords reader(*environment, txn.get(), nullptr);
+            return read(reader);
+        } catch (const LmdbAssertion& assertion) {
+            return environment->StatusOf(assertion);
+        }
     }
 
     Status Write(FunctionRef<Status(StoreWriter&)> write) override {
         LmdbEnvironment* environment = nullptr;
         SERVICE_RETURN_IF_ERROR(Environment(environment));
-        while (true) {
+        for (bool is_done = false; !is_done;) {
             size_t full_bytes = 0;
-            {
-                WriteTransaction txn(*environment);
-                SERVICE_RETURN_IF_ERROR(txn.Begin());
-                full_bytes = environment->MapBytes();
-                LmdbTransaction writer(*environment, txn.get(), &txn);
-                Status fault = write(writer);
-                if (!writer.NeedsRoom()) {
-                    if (!fault.ok()) return fault;
-                    const int code = txn.Commit();
-                    if (code == 0) {
-                        if (writer.HasLogged()) environment->signal().Raise();
-                        return {};
-                    }
-                    if (code != MDB_MAP_FULL) {
-                        return environment->StatusOf(code,
-                                                     "the store " + directory_ + " could not be written");
-                    }
-                }
+            try {
+                SERVICE_RETURN_IF_ERROR(TryWrite(*environment, write, is_done, full_bytes));
+            } catch (const LmdbAssertion& assertion) {
+                return environment->StatusOf(assertion);
             }
-            SERVICE_RETURN_IF_ERROR(environment->Grow(full_bytes));
+            if (!is_done) SERVICE_RETURN_IF_ERROR(environment->Grow(full_bytes));
         }
+        return {};
+    }
+
+    Status FindFaults(FunctionRef<bool(const std::string&)> found) override {
+        LmdbEnvironment* environment = nullptr;
+        SERVICE_RETURN_IF_ERROR(Existing(environment));
+        return environment ? environment->FindFaults(found) : Status();
+    }
+
+    Status Backup(const std::string& path) override {
+        LmdbEnvironment* environment = nullptr;
+        SERVICE_RETURN_IF_ERROR(Existing(environment));
+        if (!environment) return {WBEM_E_NOT_FOUND, "there is no store " + directory_ + " to be copied"};
+        return environment->CopyTo(path);
+    }
+
+    Status Figures(StoreFigures& figures) override {
+        LmdbEnvironment* environment = nullptr;
+        SERVICE_RETURN_IF_ERROR(Existing(environment));
+        figures = {};
+        figures.map_bytes = options_.map_bytes;
+        figures.max_readers = options_.max_readers;
+        figures.max_log_bytes = options_.change_log_bytes;
+        return environment ? environment->Figures(figures) : Status();
+    }
+
+    bool IsThere() override {
+        LmdbEnvironment* environment = nullptr;
+        return !Existing(environment).ok() || environment;
     }
 
     uint32_t ChangeSignal() override {
-        LmdbEnvironment* environment = nullptr;
-        return Environment(environment).ok() ? environment->signal().Read() : 0;
+        LmdbEnvironment* const environment = Usable();
+        return environment ? environment->signal().Read() : 0;
     }
 
     void WaitForChange(uint32_t seen, std::chrono::nanoseconds timeout) override {
-        LmdbEnvironment* environment = nullptr;
-        if (Environment(environment).ok()) environment->signal().Wait(seen, timeout);
+        if (LmdbEnvironment* const environment = Usable()) return environment->signal().Wait(seen, timeout);
+        std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(timeout, kWhileAbsent));
     }
 
     void RaiseChangeSignal() override {
-        LmdbEnvironment* environment = nullptr;
-        if (Environment(environment).ok()) environment->signal().Raise();
+        if (LmdbEnvironment* const environment = Usable()) environment->signal().Raise();
     }
 
-    const void* Identity() override {
-        LmdbEnvironment* environment = nullptr;
-        return Environment(environment).ok() ? environment : nullptr;
-    }
+    const void* Identity() override { return Usable(); }
 
     const std::string& Location() const noexcept override { return directory_; }
 
  private:
+    // One transaction; `is_done` stays false when the map of `full_bytes` was too small for it.
+    Status TryWrite(LmdbEnvironment& environment, FunctionRef<Status(StoreWriter&)> write, bool& is_done,
+                    size_t& full_bytes) {
+        WriteTransaction txn(environment);
+        SERVICE_RETURN_IF_ERROR(txn.Begin());
+        full_bytes = environment.MapBytes();
+        LmdbRecords writer(environment, txn.get(), &txn);
+        Status fault = write(writer);
+        if (writer.NeedsRoom()) return {};
+        if (!fault.ok()) return fault;
+        const int code = txn.Commit();
+        if (code == MDB_MAP_FULL) return {};
+        if (code != 0) return environment.StatusOf(code, "the store " + directory_ + " could not be written");
+        if (writer.HasLogged()) environment.signal().Raise();
+        is_done = true;
+        return {};
+    }
+
+    // Null where nobody has made the store yet.
+    Status Existing(LmdbEnvironment*& environment) {
+        environment = current_.load(std::memory_order_acquire);
+        if (environment && !environment->IsAbandoned()) return {};
+        environment = nullptr;
+        return HasStore(directory_) ? Environment(environment) : Status();
+    }
+
+    LmdbEnvironment* Usable() {
+        LmdbEnvironment* environment = nullptr;
+        return Existing(environment).ok() ? environment : nullptr;
+    }
+
     Status Environment(LmdbEnvironment*& environment) {
         environment = current_.load(std::memory_order_acquire);
         if (environment && !environment->IsAbandoned()) return {};

@@ -12,13 +12,19 @@
 //   text-array  = count * u32 end-and-null, bytes       ; for text and objects; the top bit marks a null
 //   embedded  = u16 length, class name, body
 //
-//   class     = u32 checksum, u8 format (1), u32 class-id, text name, text superclass, u32 next-ordinal,
-//               qualifiers, u32 count, count * property
+//   class     = u32 checksum, u8 format, u32 class-id, text name, text superclass, u32 next-ordinal,
+//               qualifiers, u32 count, count * property, [ u32 count, count * method ]
+//                                                       ; format 1 without methods, 2 with them
 //   property  = text name, type, u32 ordinal, u8 has-default, [ value ], qualifiers
+//   method    = text name, u8 has-return, [ type ], u32 count, count * parameter, qualifiers
+//   parameter = text name, type, qualifiers
 //   qualifiers= u32 count, count * ( text name, type, u32 flavor, value )
 //   type      = u8 cim-type, u8 is-array, u32 max-elements, text class name
 //   value     = u8 flags (1 null), [ text bytes ]       ; the bytes as an instance holds them
 //   text      = u32 length, UTF-8
+//
+//   qualifier = u32 checksum, u8 format (1), text name, type, u32 scope, u32 flavor, value
+//                                                       ; the declaration of one
 //
 // Only properties that were set have an entry: the others read as their class's default, whatever it becomes.
 #include "service/store/record_codec.h"
@@ -39,6 +45,8 @@ namespace {
 
 constexpr uint8_t kInstanceFormat = 1;
 constexpr uint8_t kClassFormat = 1;
+constexpr uint8_t kClassWithMethodsFormat = 2;
+constexpr uint8_t kQualifierFormat = 1;
 constexpr uint8_t kNullFlag = 1;
 constexpr uint8_t kArrayFlag = 2;
 constexpr size_t kChecksumBytes = 4;
@@ -515,8 +523,34 @@ bool ReadQualifiers(ByteReader& in, std::vector<Qualifier>& qualifiers) {
     return in.ok();
 }
 
+Status WriteMethod(ByteWriter& out, const MethodDeclaration& method) {
+    out.Text(method.name);
+    out.U8(method.return_type ? 1 : 0);
+    if (method.return_type) WriteType(out, *method.return_type);
+    out.U32(static_cast<uint32_t>(method.parameters.size()));
+    for (const ParameterDeclaration& parameter : method.parameters) {
+        out.Text(parameter.name);
+        WriteType(out, parameter.type);
+        SERVICE_RETURN_IF_ERROR(WriteQualifiers(out, parameter.qualifiers));
+    }
+    return WriteQualifiers(out, method.qualifiers);
+}
+
+bool ReadMethod(ByteReader& in, MethodDeclaration& method) {
+    method.name = in.Text();
+    if (in.U8() != 0 && !ReadType(in, method.return_type.emplace())) return false;
+    const uint32_t count = in.U32();
+    for (uint32_t i = 0; i < count && in.ok(); ++i) {
+        ParameterDeclaration& parameter = method.parameters.emplace_back();
+        parameter.name = in.Text();
+        if (!ReadType(in, parameter.type) || !ReadQualifiers(in, parameter.qualifiers)) return false;
+    }
+    return ReadQualifiers(in, method.qualifiers);
+}
+
 bool ReadClass(ByteReader& in, ClassRecord& record) {
-    if (in.U8() != kClassFormat) return false;
+    const uint8_t format = in.U8();
+    if (format != kClassFormat && format != kClassWithMethodsFormat) return false;
     record.class_id = in.U32();
     ClassDeclaration& declaration = record.declaration;
     declaration.name = in.Text();
@@ -532,6 +566,10 @@ bool ReadClass(ByteReader& in, ClassRecord& record) {
         if (in.U8() != 0 && !ReadValue(in, property.type, property.default_value)) return false;
         if (!ReadQualifiers(in, property.qualifiers)) return false;
         declaration.properties.push_back(std::move(property));
+    }
+    const uint32_t methods = format == kClassFormat ? 0 : in.U32();
+    for (uint32_t i = 0; i < methods && in.ok(); ++i) {
+        if (!ReadMethod(in, declaration.methods.emplace_back())) return false;
     }
     return in.ok() && in.AtEnd();
 }
@@ -553,14 +591,17 @@ uint32_t ClassIdOfRecord(std::string_view record) noexcept {
     return in.U32();
 }
 
-Result<Instance> DecodeInstance(ClassPtr definition, std::string_view record,
-                                std::shared_ptr<const ClassSource> classes) {
+bool IsWholeRecord(std::string_view record) noexcept {
     ByteReader in(record);
     const uint32_t checksum = in.U32();
-    if (!in.ok() || checksum != ChecksumOf(in.rest())) {
-        return Damaged("the record of an instance of class " + definition->Name());
-    }
-    auto properties = std::make_shared<const RecordProperties>(in.rest(), std::move(classes));
+    return in.ok() && checksum == ChecksumOf(in.rest());
+}
+
+Result<Instance> DecodeInstance(ClassPtr definition, std::string_view record,
+                                std::shared_ptr<const ClassSource> classes) {
+    if (!IsWholeRecord(record)) return Damaged("the record of an instance of class " + definition->Name());
+    auto properties =
+        std::make_shared<const RecordProperties>(record.substr(kChecksumBytes), std::move(classes));
     if (!properties->IsWhole()) return Damaged("the record of an instance of class " + definition->Name());
     return Instance(std::move(definition), std::move(properties));
 }
@@ -570,7 +611,7 @@ Status EncodeClass(const ClassRecord& record, std::string& bytes) {
     const size_t start = bytes.size();
     ByteWriter out(bytes);
     out.U32(0);
-    out.U8(kClassFormat);
+    out.U8(declaration.methods.empty() ? kClassFormat : kClassWithMethodsFormat);
     out.U32(record.class_id);
     out.Text(declaration.name);
     out.Text(declaration.superclass);
@@ -586,6 +627,11 @@ Status EncodeClass(const ClassRecord& record, std::string& bytes) {
         if (has_default) SERVICE_RETURN_IF_ERROR(WriteValue(out, property.type, property.default_value));
         SERVICE_RETURN_IF_ERROR(WriteQualifiers(out, property.qualifiers));
     }
+    if (!declaration.methods.empty()) {
+        out.U32(static_cast<uint32_t>(declaration.methods.size()));
+        for (const MethodDeclaration& method : declaration.methods)
+            SERVICE_RETURN_IF_ERROR(WriteMethod(out, method));
+    }
     out.PatchU32(start, ChecksumOf(std::string_view(bytes).substr(start + kChecksumBytes)));
     return {};
 }
@@ -598,6 +644,35 @@ Result<ClassRecord> DecodeClass(std::string_view bytes) {
         return Damaged("the record of a class");
     }
     return record;
+}
+
+Status EncodeQualifierDeclaration(const QualifierDeclaration& declaration, std::string& bytes) {
+    const size_t start = bytes.size();
+    ByteWriter out(bytes);
+    out.U32(0);
+    out.U8(kQualifierFormat);
+    out.Text(declaration.name);
+    WriteType(out, declaration.type);
+    out.U32(declaration.scope);
+    out.U32(declaration.flavor);
+    SERVICE_RETURN_IF_ERROR(WriteValue(out, declaration.type, declaration.default_value));
+    out.PatchU32(start, ChecksumOf(std::string_view(bytes).substr(start + kChecksumBytes)));
+    return {};
+}
+
+Result<QualifierDeclaration> DecodeQualifierDeclaration(std::string_view bytes) {
+    ByteReader in(bytes);
+    const uint32_t checksum = in.U32();
+    const bool is_whole = in.ok() && checksum == ChecksumOf(in.rest());
+    QualifierDeclaration declaration;
+    if (!is_whole || in.U8() != kQualifierFormat) return Damaged("the declaration of a qualifier");
+    declaration.name = in.Text();
+    const bool has_type = ReadType(in, declaration.type);
+    declaration.scope = in.U32();
+    declaration.flavor = in.U32();
+    if (!has_type || !ReadValue(in, declaration.type, declaration.default_value) || !in.AtEnd())
+        return Damaged("the declaration of a qualifier");
+    return declaration;
 }
 
 }  // namespace service

@@ -32,6 +32,9 @@ Status EncodeInstance(const Instance& instance, std::string& record);
 // The number of the class that the record belongs to; 0 for a damaged record.
 uint32_t ClassIdOfRecord(std::string_view record) noexcept;
 
+// Whether the checksum of an instance's record is right.
+bool IsWholeRecord(std::string_view record) noexcept;
+
 // Takes the record over after verifying its checksum; its properties are decoded when they are read.
 Result<Instance> DecodeInstance(ClassPtr definition, std::string_view record,
                                 std::shared_ptr<const ClassSource> classes);
@@ -42,5 +45,8 @@ struct ClassRecord {
 };
 Status EncodeClass(const ClassRecord& record, std::string& bytes);
 Result<ClassRecord> DecodeClass(std::string_view bytes);
+
+Status EncodeQualifierDeclaration(const QualifierDeclaration& declaration, std::string& bytes);
+Result<QualifierDeclaration> DecodeQualifierDeclaration(std::string_view bytes);
 
 }  // namespace service

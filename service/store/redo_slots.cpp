@@ -92,6 +92,11 @@ bool RedoSlots::Write(uint64_t number, std::string_view operations) noexcept {
            static_cast<ssize_t>(buffer_.size());
 }
 
+bool RedoSlots::EmptyIn(int fd) const {
+    const std::string nothing(2 * kSlotBytes, '\0');
+    return pwrite(fd, nothing.data(), nothing.size(), place_) == static_cast<ssize_t>(nothing.size());
+}
+
 bool RedoSlots::Read(uint64_t number, std::string& operations) const {
     uint64_t boot = 0;
     return Read(number, operations, boot);

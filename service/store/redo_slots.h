@@ -42,6 +42,9 @@ class RedoSlots {
     // holds LMDB's lock. False when they do not fit or cannot be written: the commit must flush twice.
     bool Write(uint64_t number, std::string_view operations) noexcept;
 
+    // Empties the slots in a copy of the data file; errno tells why not.
+    bool EmptyIn(int fd) const;
+
     // The operations of transaction `number`, if its slot holds them whole.
     bool Read(uint64_t number, std::string& operations) const;
 

@@ -1,7 +1,3 @@
-// What the repository files in the store's schema table; integers big-endian.
-//
-//   "N", folded namespace path              -> u32 id, text path
-//   "C", u32 namespace id, folded class name -> class record
 #include "service/store/repository.h"
 
 #include <pwd.h>
@@ -13,13 +9,11 @@
 
 #include "service/model/limits.h"
 #include "service/model/text.h"
-#include "service/store/bytes.h"
+#include "service/store/schema_records.h"
 
 namespace service {
 namespace {
 
-constexpr char kNamespaceTag = 'N';
-constexpr char kClassTag = 'C';
 constexpr std::string_view kRootNamespace = "root";
 
 // The reader of the transaction that runs on this thread: a read within it must see the same state, and
@@ -37,35 +31,14 @@ class RunningScope {
     RepositoryReader* const outer_;
 };
 
-std::string NamespaceKey(std::string_view path) {
-    std::string key(1, kNamespaceTag);
-    AppendFolded(path, key);
-    return key;
-}
-
-std::string ClassPrefix(uint32_t namespace_id) {
-    std::string key(1, kClassTag);
-    for (int shift = 24; shift >= 0; shift -= 8)
-        key.push_back(static_cast<char>(namespace_id >> shift));
-    return key;
-}
-
-std::string ClassKey(uint32_t namespace_id, std::string_view name) {
-    std::string key = ClassPrefix(namespace_id);
-    AppendFolded(name, key);
-    return key;
-}
-
-bool DecodeNamespace(std::string_view record, Namespace& space) {
-    ByteReader in(record);
-    space.id = in.U32();
-    space.path = in.Text();
-    return in.ok() && in.AtEnd();
-}
-
-Status UnknownNamespace(std::string_view path, const std::string& location) {
-    return {WBEM_E_INVALID_NAMESPACE, "there is no namespace " + std::string(path) + " in the store " +
-                                          location +
+Status UnknownNamespace(std::string_view path, Store& store) {
+    const std::string what = "there is no namespace " + std::string(path);
+    if (!store.IsThere()) {
+        return {WBEM_E_INVALID_NAMESPACE, what + ", for there is no store " + store.Location() +
+                                              " yet: the first import makes it (mgmtctl import FILE), or "
+                                              "MGMT_STORE should name another directory"};
+    }
+    return {WBEM_E_INVALID_NAMESPACE, what + " in the store " + store.Location() +
                                           ": import a schema that names it first (mgmtctl import FILE)"};
 }
 
@@ -80,44 +53,6 @@ constexpr size_t kMaxShownPath = 300;
 Status NoInstance(const Namespace& space, const ObjectPath& path) {
     return {WBEM_E_NOT_FOUND, "there is no instance " + ClipForMessage(PrintObjectPath(path), kMaxShownPath) +
                                   " in the namespace " + space.path};
-}
-
-Status AboutInstance(const Instance& instance, int32_t code, const std::string& what) {
-    const Result<std::string> path = RelativePathOf(instance);
-    const std::string& shown = path.ok() ? *path : instance.Class()->Name();
-    return {code, "the instance " + ClipForMessage(shown, kMaxShownPath) + " " + what};
-}
-
-// A property of `older` that `newer` no longer has just so; null when instances of one are instances of the
-// other.
-const PropertyDefinition* FirstLostProperty(const ClassDefinition& older, const ClassDefinition& newer) {
-    for (const PropertyDefinition& property : older.Properties()) {
-        const auto index = newer.FindProperty(std::string_view(property.name));
-        if (!index) return &property;
-        const PropertyDefinition& now = newer.Properties()[*index];
-        if (!now.type.SameShape(property.type) || now.is_key != property.is_key || now.id != property.id)
-            return &property;
-    }
-    return nullptr;
-}
-
-// Properties keep the number they had, so that records find them; new ones, and those of another type, get
-// numbers that were never used.
-Status NumberProperties(ClassDeclaration& declaration, const ClassDeclaration* older) {
-    declaration.next_ordinal = older ? older->next_ordinal : 0;
-    for (PropertyDeclaration& property : declaration.properties) {
-        const PropertyDeclaration* same = nullptr;
-        if (older) {
-            for (const PropertyDeclaration& candidate : older->properties) {
-                if (candidate.type.SameShape(property.type) && EqualFolded(candidate.name, property.name))
-                    same = &candidate;
-            }
-        }
-        property.ordinal = same ? same->ordinal : declaration.next_ordinal++;
-    }
-    if (declaration.next_ordinal <= UINT16_MAX) return {};
-    return {WBEM_E_QUOTA_VIOLATION,
-            "class " + declaration.name + " was given too many new properties in its life"};
 }
 
 }  // namespace
@@ -158,7 +93,7 @@ Result<Namespace> RepositoryReader::FindNamespace(std::string_view path) {
     SERVICE_RETURN_IF_ERROR(reader_.GetSchema(NamespaceKey(path), record, found));
     // Every store has its root, before anything was written to it.
     if (!found && EqualFolded(path, kRootNamespace)) return Namespace{0, std::string(kRootNamespace)};
-    if (!found) return UnknownNamespace(path, repository_.Location());
+    if (!found) return UnknownNamespace(path, *repository_.store());
     Namespace space;
     if (!DecodeNamespace(record, space)) {
         return Status(WBEM_E_CRITICAL_ERROR,
@@ -262,326 +197,6 @@ Result<Instance> RepositoryReader::GetInstance(const Namespace& space, const Obj
     if (!found) return NoInstance(space, path);
     auto classes = repository_.ClassSourceFor(space, *definition);
     return DecodeInstance(std::move(definition), record, std::move(classes));
-}
-
-void RepositoryWriter::LeaveSharedCache() {
-    if (has_own_cache_) return;
-    cache_ = std::make_shared<SchemaCache>(cache_->generation());
-    has_own_cache_ = true;
-}
-
-Result<Namespace> RepositoryWriter::MakeNamespace(std::string_view path, bool& is_new) {
-    is_new = false;
-    Result<Namespace> found = FindNamespace(path);
-    if (found.ok() || found.code() != WBEM_E_INVALID_NAMESPACE) return found;
-
-    const size_t last = path.rfind('\\');
-    if (last == std::string_view::npos) {
-        return Status(WBEM_E_INVALID_NAMESPACE,
-                      "a namespace lies below root, as in root\\" + std::string(path));
-    }
-    bool is_parent_new = false;
-    SERVICE_ASSIGN_OR_RETURN(const Namespace parent, MakeNamespace(path.substr(0, last), is_parent_new));
-    const std::string key = NamespaceKey(path);
-    if (key.size() > kMaxSchemaKeyBytes) {
-        return Status(WBEM_E_INVALID_NAMESPACE, "the path of the namespace " + std::string(path) +
-                                                    " is too long once its case is folded");
-    }
-    Namespace space;
-    SERVICE_RETURN_IF_ERROR(writer_.NextId(space.id));
-    space.path = parent.path + std::string(path.substr(last));
-    std::string record;
-    ByteWriter out(record);
-    out.U32(space.id);
-    out.Text(space.path);
-    SERVICE_RETURN_IF_ERROR(writer_.PutSchema(key, record));
-    LeaveSharedCache();
-    is_new = true;
-    return space;
-}
-
-Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration declaration,
-                                  PutCondition condition, bool& is_changed) {
-    is_changed = false;
-    SERVICE_RETURN_IF_ERROR(CheckName("class", declaration.name));
-    Result<ClassPtr> existing = FindClass(space, declaration.name);
-    if (!existing.ok() && existing.code() != WBEM_E_INVALID_CLASS) return std::move(existing).status();
-    const ClassDefinition* older = existing.ok() ? existing->get() : nullptr;
-    if (older && condition == PutCondition::kCreateOnly) {
-        return {WBEM_E_ALREADY_EXISTS,
-                "class " + declaration.name + " is in the namespace " + space.path + " already"};
-    }
-    if (!older && condition == PutCondition::kUpdateOnly) {
-        return {WBEM_E_NOT_FOUND,
-                "there is no class " + declaration.name + " in the namespace " + space.path};
-    }
-
-    ClassPtr superclass;
-    if (!declaration.superclass.empty()) {
-        Result<ClassPtr> found = FindClass(space, declaration.superclass);
-        if (!found.ok()) {
-            return {found.code() == WBEM_E_INVALID_CLASS ? WBEM_E_INVALID_SUPERCLASS : found.code(),
-                    "the superclass of class " + declaration.name + ": " + found.status().reason()};
-        }
-        superclass = std::move(*found);
-        if (superclass->IsA(declaration.name)) {
-            return {WBEM_E_INVALID_SUPERCLASS, "class " + declaration.name + " cannot derive from " +
-                                                   superclass->Name() + ", which derives from it"};
-        }
-        declaration.superclass = superclass->Name();
-    }
-
-    ClassRecord record;
-    if (older) {
-        record.class_id = older->Id();
-    } else {
-        SERVICE_RETURN_IF_ERROR(writer_.NextId(record.class_id));
-    }
-    SERVICE_RETURN_IF_ERROR(NumberProperties(declaration, older ? &older->Declaration() : nullptr));
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr newer,
-                             ClassDefinition::Resolve(record.class_id, declaration, superclass));
-    record.declaration = std::move(declaration);
-    std::string bytes;
-    SERVICE_RETURN_IF_ERROR(EncodeClass(record, bytes));
-    const std::string key = ClassKey(space.id, record.declaration.name);
-    if (key.size() > kMaxSchemaKeyBytes) {
-        return {WBEM_E_INVALID_PARAMETER,
-                "the name of class " + newer->Name() + " is too long once its case is folded"};
-    }
-    if (older) {
-        std::string_view stored;
-        bool found = false;
-        SERVICE_RETURN_IF_ERROR(reader_.GetSchema(key, stored, found));
-        if (found && stored == bytes) return {};
-        SERVICE_RETURN_IF_ERROR(CheckInstances(space, newer->Name(), *older, *newer));
-        SERVICE_RETURN_IF_ERROR(CheckSubclasses(space, newer));
-    }
-    SERVICE_RETURN_IF_ERROR(writer_.PutSchema(key, bytes));
-    is_changed = true;
-    LeaveSharedCache();
-    if (older) {
-        cache_->Clear();
-    } else {
-        cache_->ClearLists();
-    }
-    return {};
-}
-
-// Instances of `older` must be instances of `newer`, what it becomes by the new declaration of `changed`.
-Status RepositoryWriter::CheckInstances(const Namespace& space, const std::string& changed,
-                                        const ClassDefinition& older, const ClassDefinition& newer) {
-    std::string what;
-    if (const PropertyDefinition* lost = FirstLostProperty(older, newer)) {
-        what = "changes or drops the property " + lost->name;
-    } else if (older.Keys().size() != newer.Keys().size() || older.IsSingleton() != newer.IsSingleton()) {
-        what = "changes the keys";
-    } else if (newer.IsAbstract() && !older.IsAbstract()) {
-        what = "makes an abstract class";
-    } else {
-        return {};
-    }
-    const std::string which =
-        "the new declaration of class " + changed + " " + what + " of class " + older.Name();
-    SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(older));
-    if (has_instances) {
-        return {WBEM_E_CLASS_HAS_INSTANCES,
-                which + ", which has instances: delete them first, or keep what they hold"};
-    }
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr holder, FindHolder(space, older));
-    if (holder) {
-        return {WBEM_E_CLASS_HAS_INSTANCES,
-                which + ", and class " + holder->Name() +
-                    " has instances that may hold objects of it: delete them first, or "
-                    "keep what they hold"};
-    }
-    return {};
-}
-
-Result<ClassPtr> RepositoryWriter::FindHolder(const Namespace& space, const ClassDefinition& definition) {
-    SERVICE_ASSIGN_OR_RETURN(const SchemaCache::ClassList all, Classes(space));
-    // What may be held, first the class itself, then what may hold it and be held in turn.
-    std::vector<const ClassDefinition*> held{&definition};
-    const auto may_hold = [&](const PropertyDefinition& property) {
-        return property.type.type == CimType::kObject &&
-               (property.type.class_name.empty() ||
-                std::any_of(held.begin(), held.end(), [&](const ClassDefinition* each) {
-                    return each->IsA(property.type.class_name);
-                }));
-    };
-    for (bool is_growing = true; is_growing;) {
-        is_growing = false;
-        for (const ClassPtr& candidate : *all) {
-            if (std::find(held.begin(), held.end(), candidate.get()) != held.end()) continue;
-            const auto& properties = candidate->Properties();
-            if (std::none_of(properties.begin(), properties.end(), may_hold)) continue;
-            SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(*candidate));
-            if (has_instances) return candidate;
-            held.push_back(candidate.get());
-            is_growing = true;
-        }
-    }
-    return ClassPtr();
-}
-
-// The subclasses must still be classes, and fit their instances: each is joined anew with the class above it.
-Status RepositoryWriter::CheckSubclasses(const Namespace& space, const ClassPtr& newer) {
-    SERVICE_ASSIGN_OR_RETURN(std::vector<ClassPtr> subclasses, Subclasses(space, newer->Name()));
-    // Those near the class come first, so that each finds its superclass among those done.
-    std::sort(subclasses.begin(), subclasses.end(), [](const ClassPtr& a, const ClassPtr& b) {
-        return a->Derivation().size() < b->Derivation().size();
-    });
-    std::vector<ClassPtr> joined{newer};
-    for (const ClassPtr& subclass : subclasses) {
-        const auto above = std::find_if(joined.begin(), joined.end(), [&](const ClassPtr& candidate) {
-            return EqualFolded(candidate->Name(), subclass->Superclass()->Name());
-        });
-        if (above == joined.end()) continue;
-        Result<ClassPtr> again = ClassDefinition::Resolve(subclass->Id(), subclass->Declaration(), *above);
-        if (!again.ok()) {
-            return {again.code(), "the new declaration of class " + newer->Name() +
-                                      " does not fit its subclass " + subclass->Name() + ": " +
-                                      again.status().reason()};
-        }
-        SERVICE_RETURN_IF_ERROR(CheckInstances(space, newer->Name(), *subclass, **again));
-        joined.push_back(std::move(*again));
-    }
-    return {};
-}
-
-Result<bool> RepositoryWriter::HasInstances(const ClassDefinition& definition) {
-    bool has_instances = false;
-    SERVICE_RETURN_IF_ERROR(reader_.ScanInstances(definition.Id(), {}, [&](const InstanceView&) {
-        has_instances = true;
-        return false;
-    }));
-    return has_instances;
-}
-
-Status RepositoryWriter::DeleteClass(const Namespace& space, std::string_view name) {
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition, FindClass(space, name));
-    SERVICE_ASSIGN_OR_RETURN(const std::vector<ClassPtr> subclasses, Subclasses(space, name));
-    if (!subclasses.empty()) {
-        return {WBEM_E_CLASS_HAS_CHILDREN, "class " + definition->Name() + " has subclasses, " +
-                                               subclasses.front()->Name() + " among them: delete them first"};
-    }
-    SERVICE_ASSIGN_OR_RETURN(const bool has_instances, HasInstances(*definition));
-    if (has_instances) {
-        return {WBEM_E_CLASS_HAS_INSTANCES,
-                "class " + definition->Name() + " has instances: delete them first"};
-    }
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr holder, FindHolder(space, *definition));
-    if (holder) {
-        return {WBEM_E_CLASS_HAS_INSTANCES, "class " + holder->Name() +
-                                                " has instances that may hold objects of class " +
-                                                definition->Name() + ": delete them first"};
-    }
-    SERVICE_RETURN_IF_ERROR(writer_.DeleteSchema(ClassKey(space.id, name)));
-    LeaveSharedCache();
-    cache_->Clear();
-    return {};
-}
-
-Status RepositoryWriter::PutInstance(const Namespace& space, const Instance& instance,
-                                     PutCondition condition) {
-    if (instance.Class()->IsPartial()) {
-        return {WBEM_E_INVALID_OBJECT, "an instance of class " + instance.Class()->Name() +
-                                           " that has only the properties which a query asked for cannot be "
-                                           "stored: get the whole instance"};
-    }
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition, FindClass(space, instance.Class()->Name()));
-    if (definition->IsAbstract()) {
-        return {WBEM_E_INVALID_OPERATION,
-                "class " + definition->Name() + " is abstract and has no instances"};
-    }
-    const bool is_current = definition == instance.Class();
-    if (is_current && !(definition->HasObjects() && instance.IsChanged()))
-        return StoreInstance(instance, condition);
-    SERVICE_ASSIGN_OR_RETURN(Instance moved,
-                             is_current ? Result<Instance>(instance) : instance.MovedTo(definition));
-    SERVICE_RETURN_IF_ERROR(SettleObjects(space, moved));
-    return StoreInstance(moved, condition);
-}
-
-Status RepositoryWriter::SettleObjects(const Namespace& space, Instance& instance) {
-    const auto& properties = instance.Class()->Properties();
-    for (size_t i = 0; i < properties.size(); ++i) {
-        if (properties[i].type.type != CimType::kObject) continue;
-        Value storage;
-        ValueView view;
-        bool is_set = false;
-        SERVICE_RETURN_IF_ERROR(instance.ReadOwn(i, is_set, storage, view));
-        if (const auto* object = std::get_if<const ObjectPtr*>(&view); is_set && object) {
-            SERVICE_ASSIGN_OR_RETURN(ObjectPtr settled, Settled(space, **object));
-            if (settled != **object) SERVICE_RETURN_IF_ERROR(instance.Set(i, std::move(settled)));
-        }
-        if (const auto* elements = std::get_if<const Array*>(&view); is_set && elements) {
-            Array array = **elements;
-            for (Scalar& element : array) {
-                const auto* object = std::get_if<ObjectPtr>(&element);
-                if (!object) continue;
-                SERVICE_ASSIGN_OR_RETURN(element, Settled(space, *object));
-            }
-            SERVICE_RETURN_IF_ERROR(instance.Set(i, std::move(array)));
-        }
-    }
-    return {};
-}
-
-Result<ObjectPtr> RepositoryWriter::Settled(const Namespace& space, const ObjectPtr& object) {
-    Result<ClassPtr> definition = FindClass(space, object->Class()->Name());
-    if (!definition.ok()) {
-        return Status(definition.code(), "the class of an embedded object: " + definition.status().reason());
-    }
-    const bool is_current = *definition == object->Class();
-    if (is_current && !((*definition)->HasObjects() && object->IsChanged())) return object;
-    SERVICE_ASSIGN_OR_RETURN(Instance moved,
-                             is_current ? Result<Instance>(*object) : object->MovedTo(*definition));
-    SERVICE_RETURN_IF_ERROR(SettleObjects(space, moved));
-    return ObjectPtr(std::make_shared<const Instance>(std::move(moved)));
-}
-
-// `instance` is of the class as it is now, and so are the objects in it.
-Status RepositoryWriter::StoreInstance(const Instance& instance, PutCondition condition) {
-    const ClassPtr& definition = instance.Class();
-    SERVICE_ASSIGN_OR_RETURN(const std::string key, KeyOf(instance));
-    for (size_t i = 0; i < definition->Properties().size(); ++i) {
-        if (!definition->Properties()[i].is_not_null) continue;
-        Value storage;
-        ValueView view;
-        SERVICE_RETURN_IF_ERROR(instance.Read(i, storage, view));
-        if (IsNull(view)) {
-            return AboutInstance(instance, WBEM_E_ILLEGAL_NULL,
-                                 "needs a value of property " + definition->Properties()[i].name);
-        }
-    }
-    std::string record;
-    SERVICE_RETURN_IF_ERROR(EncodeInstance(instance, record));
-
-    std::string_view before;
-    bool exists = false;
-    SERVICE_RETURN_IF_ERROR(reader_.GetInstance(definition->Id(), key, before, exists));
-    if (exists && condition == PutCondition::kCreateOnly) {
-        return AboutInstance(instance, WBEM_E_ALREADY_EXISTS, "is there already");
-    }
-    if (!exists && condition == PutCondition::kUpdateOnly) {
-        return AboutInstance(instance, WBEM_E_NOT_FOUND, "is not there, so it cannot be updated");
-    }
-    if (exists && before == record) return {};
-    return writer_.PutInstance(definition->Id(), key, before, record);
-}
-
-Status RepositoryWriter::DeleteInstance(const Namespace& space, const ObjectPath& path) {
-    if (path.IsClass()) {
-        return {WBEM_E_INVALID_PARAMETER,
-                "the path " + path.class_name + " names a class: an instance's path has a key"};
-    }
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition, FindClass(space, path.class_name));
-    SERVICE_ASSIGN_OR_RETURN(const std::string key, KeyOf(*definition, path));
-    std::string_view before;
-    bool exists = false;
-    SERVICE_RETURN_IF_ERROR(reader_.GetInstance(definition->Id(), key, before, exists));
-    if (!exists) return NoInstance(space, path);
-    return writer_.DeleteInstance(definition->Id(), key, before);
 }
 
 Result<std::shared_ptr<Repository>> Repository::Open(const std::string& directory,

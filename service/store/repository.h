@@ -26,20 +26,23 @@
 #include "service/model/instance.h"
 #include "service/model/object_path.h"
 #include "service/model/status.h"
+#include "service/store/class_change.h"
 #include "service/store/fork.h"
 #include "service/store/instance_scan.h"
 #include "service/store/record_codec.h"
 #include "service/store/schema_cache.h"
+#include "service/store/schema_records.h"
 #include "service/store/store.h"
 
 namespace service {
 
-struct Namespace {
-    uint32_t id = 0;
-    std::string path;  // "root\A", as first spelled
-};
-
 enum class PutCondition { kCreateOrUpdate, kUpdateOnly, kCreateOnly };
+
+// What becomes of what is stored when a class is declared anew or deleted.
+enum class ClassUpdate {
+    kSafe,    // the change is refused when anything stored would suffer from it
+    kForced,  // what is stored is changed with the class
+};
 
 class Repository;
 
@@ -56,6 +59,9 @@ class RepositoryReader {
     Result<SchemaCache::ClassList> Classes(const Namespace& space);
     // The classes that derive from `superclass`, directly or over others.
     Result<std::vector<ClassPtr>> Subclasses(const Namespace& space, std::string_view superclass);
+
+    // The qualifiers that are declared in the namespace, in the order of their folded names.
+    Result<SchemaCache::QualifierList> QualifierDeclarations(const Namespace& space);
 
     Result<Instance> GetInstance(const Namespace& space, const ObjectPath& path);
 
@@ -95,15 +101,22 @@ class RepositoryWriter : public RepositoryReader {
     // The namespace of that path, made with those above it where they are missing. `is_new` tells.
     Result<Namespace> MakeNamespace(std::string_view path, bool& is_new);
 
-    // Declares a class, or declares it anew. A new declaration must keep what instances depend on: while the
-    // class or a subclass has instances, key properties, types and properties that are there must stay, where
-    // they were declared first, and neither may the class become abstract nor change whether it is a
-    // singleton (WBEM_E_CLASS_HAS_INSTANCES). `is_changed` is false when the class was declared just so
-    // already.
+    // Declares a class, or declares it anew. A new declaration that takes away what instances of the class or
+    // of its subclasses hold, or objects of them in other instances, is refused with their number
+    // (WBEM_E_CLASS_HAS_INSTANCES), and so is one that changes how instances are told apart: see
+    // ClassChange, which also says what `update` does to them by force. `is_changed` is false when the class
+    // was declared just so already.
     Status PutClass(const Namespace& space, ClassDeclaration declaration, PutCondition condition,
-                    bool& is_changed);
-    // WBEM_E_CLASS_HAS_CHILDREN or WBEM_E_CLASS_HAS_INSTANCES while there are any.
-    Status DeleteClass(const Namespace& space, std::string_view name);
+                    bool& is_changed, ClassUpdate update = ClassUpdate::kSafe);
+    // WBEM_E_CLASS_HAS_CHILDREN or WBEM_E_CLASS_HAS_INSTANCES, with their number, while there are any; by
+    // force they are deleted too, and objects of these classes in other instances become null.
+    Status DeleteClass(const Namespace& space, std::string_view name,
+                       ClassUpdate update = ClassUpdate::kSafe);
+
+    // Declares a qualifier, or declares it anew; what carries it stays as it is. `is_changed` is false when it
+    // was declared just so already.
+    Status PutQualifierDeclaration(const Namespace& space, const QualifierDeclaration& declaration,
+                                   bool& is_changed);
 
     // An instance that is stored just so already is not written again, and no change is logged. Embedded
     // objects must be of classes of `space` (WBEM_E_INVALID_CLASS). Of an instance that has only some of its
@@ -123,12 +136,9 @@ class RepositoryWriter : public RepositoryReader {
     Result<ObjectPtr> Settled(const Namespace& space, const ObjectPtr& object);
     Status SettleObjects(const Namespace& space, Instance& instance);
     Status StoreInstance(const Instance& instance, PutCondition condition);
-    Status CheckSubclasses(const Namespace& space, const ClassPtr& newer);
-    Status CheckInstances(const Namespace& space, const std::string& changed, const ClassDefinition& older,
-                          const ClassDefinition& newer);
-    Result<bool> HasInstances(const ClassDefinition& definition);
-    // A class with instances that may hold objects of `definition`, directly or within others; null for none.
-    Result<ClassPtr> FindHolder(const Namespace& space, const ClassDefinition& definition);
+    // What the class and its subclasses become by the new declaration of the first.
+    Result<std::vector<ClassVersion>> VersionsBy(const Namespace& space, const ClassPtr& older,
+                                                 const ClassPtr& newer);
 
     StoreWriter& writer_;
     bool has_own_cache_ = false;

@@ -56,15 +56,48 @@ void SchemaCache::SetAll(uint32_t namespace_id, ClassList classes) {
     lists_[namespace_id] = std::move(classes);
 }
 
-void SchemaCache::Clear() {
+SchemaCache::QualifierList SchemaCache::FindQualifiers(uint32_t namespace_id) const {
     const std::lock_guard lock(mutex_);
-    classes_.clear();
-    lists_.clear();
+    const auto found = qualifiers_.find(namespace_id);
+    return found == qualifiers_.end() ? nullptr : found->second;
+}
+
+void SchemaCache::SetQualifiers(uint32_t namespace_id, QualifierList qualifiers) {
+    const std::lock_guard lock(mutex_);
+    qualifiers_[namespace_id] = std::move(qualifiers);
 }
 
 void SchemaCache::ClearLists() {
     const std::lock_guard lock(mutex_);
     lists_.clear();
+}
+
+void SchemaCache::Replace(uint32_t namespace_id, const std::vector<ClassPtr>& newer,
+                          const std::vector<ClassPtr>& gone) {
+    std::unordered_map<uint32_t, ClassPtr> versions;
+    for (const ClassPtr& definition : newer)
+        versions[definition->Id()] = definition;
+    for (const ClassPtr& definition : gone)
+        versions[definition->Id()] = nullptr;
+
+    const std::lock_guard lock(mutex_);
+    // Numbers of classes are unique in the whole store.
+    std::erase_if(classes_, [&](const auto& entry) { return versions.contains(entry.second->Id()); });
+    for (const ClassPtr& definition : newer)
+        classes_.emplace(CacheKey(namespace_id, definition->Name()).view(), definition);
+    ClassList& list = lists_[namespace_id];
+    if (!list) return;
+    auto updated = std::make_shared<std::vector<ClassPtr>>();
+    updated->reserve(list->size());
+    for (const ClassPtr& definition : *list) {
+        const auto version = versions.find(definition->Id());
+        if (version == versions.end()) {
+            updated->push_back(definition);
+        } else if (version->second) {
+            updated->push_back(version->second);
+        }
+    }
+    list = std::move(updated);
 }
 
 }  // namespace service

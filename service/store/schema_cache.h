@@ -35,9 +35,17 @@ class SchemaCache {
     ClassList FindAll(uint32_t namespace_id) const;
     void SetAll(uint32_t namespace_id, ClassList classes);
 
-    void Clear();
-    // Forgets the lists, for when a class was added.
+    // The declarations of a namespace's qualifiers; null until they were set, and again when set to null.
+    using QualifierList = std::shared_ptr<const std::vector<QualifierDeclaration>>;
+    QualifierList FindQualifiers(uint32_t namespace_id) const;
+    void SetQualifiers(uint32_t namespace_id, QualifierList qualifiers);
+
+    // Forgets the lists of classes, for when one was added.
     void ClearLists();
+    // Puts the newer versions of classes in place of those that have their numbers, under every spelling, and
+    // forgets what is `gone`.
+    void Replace(uint32_t namespace_id, const std::vector<ClassPtr>& newer,
+                 const std::vector<ClassPtr>& gone);
 
  private:
     struct TextHash {
@@ -51,6 +59,7 @@ class SchemaCache {
     mutable ForkSafeMutex mutex_;
     std::unordered_map<std::string, ClassPtr, TextHash, std::equal_to<>> classes_;  // by number and spelling
     std::unordered_map<uint32_t, ClassList> lists_;
+    std::unordered_map<uint32_t, QualifierList> qualifiers_;
 };
 
 }  // namespace service

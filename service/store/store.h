@@ -60,6 +60,12 @@ class StoreReader {
     virtual Status ScanSchema(std::string_view prefix,
                               FunctionRef<bool(std::string_view key, std::string_view record)> visit) = 0;
 
+    // Visits all of them, of whatever kind.
+    virtual Status ScanAllSchema(FunctionRef<bool(std::string_view key, std::string_view record)> visit) = 0;
+
+    // The last number that NextId gave out.
+    virtual Status LastId(uint32_t& id) = 0;
+
     virtual Status GetInstance(uint32_t class_id, std::string_view key, std::string_view& record,
                                bool& found) = 0;
     // Where a scan of the class meets the instance of `key`: an opaque text, never empty, that always is the
@@ -70,12 +76,20 @@ class StoreReader {
     virtual Status ScanInstances(uint32_t class_id, std::string_view place,
                                  FunctionRef<bool(const InstanceView&)> visit) = 0;
 
+    // Visits all instances of all classes, of those too that nobody knows, class after class. An entry that
+    // cannot be taken apart has an empty record. `is_reachable` tells whether GetInstance finds the entry by
+    // its key.
+    virtual Status ScanAllInstances(
+        FunctionRef<bool(uint32_t class_id, const InstanceView& found, bool is_reachable)> visit) = 0;
+
     // The number of the newest change; 0 when there was none.
     virtual Status LastChange(uint64_t& number) = 0;
     // Visits the changes with numbers above `number`, oldest first, until `visit` returns false.
     // `is_complete` is false when the log no longer holds all of them.
     virtual Status ScanChanges(uint64_t number, bool& is_complete,
                                FunctionRef<bool(const ChangeView&)> visit) = 0;
+    // Visits what the log holds, oldest first; `change` is null for a damaged entry.
+    virtual Status ScanLog(FunctionRef<bool(uint64_t number, const ChangeView* change)> visit) = 0;
 };
 
 class StoreWriter : public StoreReader {
@@ -95,6 +109,18 @@ class StoreWriter : public StoreReader {
 
 inline constexpr size_t kMaxSchemaKeyBytes = 500;
 
+// What a store uses of what it may use at most.
+struct StoreFigures {
+    uint64_t map_bytes = 0;  // it grows when it is full
+    uint64_t used_bytes = 0;
+    uint64_t max_readers = 0;
+    uint64_t readers = 0;  // places taken now, in all processes together
+    uint64_t max_log_bytes = 0;
+    uint64_t log_bytes = 0;
+    uint64_t instances = 0;
+    uint64_t changes = 0;
+};
+
 class Store {
  public:
     virtual ~Store() = default;
@@ -113,6 +139,19 @@ class Store {
     // for a store that was removed and made again in the same place. Null for one that cannot be used.
     virtual const void* Identity() = 0;
 
+    // Calls found(sentence) for each thing that is wrong with how the data are laid out, until it returns
+    // false. Where something is, reading on may lead anywhere.
+    virtual Status FindFaults(FunctionRef<bool(const std::string&)> found) = 0;
+
+    // Copies the state as it is into the directory `path`, which becomes a store of its own; others may write
+    // meanwhile. WBEM_E_ALREADY_EXISTS when something has that name. A failure leaves nothing behind.
+    virtual Status Backup(const std::string& path) = 0;
+
+    // False while nobody has written to it.
+    virtual bool IsThere() = 0;
+
+    virtual Status Figures(StoreFigures& figures) = 0;
+
     // The directory or address, for messages.
     virtual const std::string& Location() const noexcept = 0;
 };
@@ -128,12 +167,17 @@ struct StoreOptions {
     // Bytes of the change log; older entries give way to newer ones.
     size_t change_log_bytes = size_t{64} << 20;
 
+    // A data file of at most so many bytes is looked through whenever it is opened, a larger one when it is
+    // opened for the first time since the system was started: LMDB trusts the pages that it finds.
+    size_t looked_through_bytes = size_t{16} << 20;
+
     // Identifies the run of the system since it was started; 0 to ask the system. Another one is what a test
     // opens a store with to be after a crash of the system.
     uint64_t boot = 0;
 };
 
-// Opens the LMDB store in `directory`, made with mode 0700 if it does not exist (its files have mode 0600).
+// Opens the LMDB store in `directory`. One that is not there is made by the first Write, with mode 0700 (its
+// files have mode 0600); until then it reads as an empty one, and reading makes nothing.
 // One process has at most one LMDB environment for a store: every call for the same directory shares it.
 Result<std::shared_ptr<Store>> OpenLmdbStore(const std::string& directory, const StoreOptions& options = {});
 

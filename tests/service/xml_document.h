@@ -8,6 +8,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -34,17 +35,13 @@ class XmlDocument {
 
     std::string FaultsAgainst(const std::string& dtd_text) const {
         if (!document_) return fault_;
-        const std::unique_ptr<xmlDtd, Free<xmlFreeDtd>> dtd(
-            xmlIOParseDTD(nullptr,
-                          xmlParserInputBufferCreateMem(dtd_text.data(), static_cast<int>(dtd_text.size()),
-                                                        XML_CHAR_ENCODING_UTF8),
-                          XML_CHAR_ENCODING_UTF8));
+        xmlDtd* const dtd = Parsed(dtd_text);
         if (!dtd) return "the DTD is malformed";
         const std::unique_ptr<xmlValidCtxt, Free<xmlFreeValidCtxt>> validation(xmlNewValidCtxt());
         std::string faults;
         validation->userData = &faults;
         validation->error = &Append;
-        const bool is_valid = xmlValidateDtd(validation.get(), document_.get(), dtd.get()) == 1;
+        const bool is_valid = xmlValidateDtd(validation.get(), document_.get(), dtd) == 1;
         return is_valid ? "" : "not valid: " + faults;
     }
 
@@ -79,6 +76,20 @@ class XmlDocument {
             Function(thing);
         }
     };
+
+    // Kept, because reading one takes longer than validating with it.
+    static xmlDtd* Parsed(const std::string& dtd_text) {
+        static std::map<std::string, std::unique_ptr<xmlDtd, Free<xmlFreeDtd>>> dtds;
+        auto& dtd = dtds[dtd_text];
+        if (!dtd) {
+            dtd.reset(
+                xmlIOParseDTD(nullptr,
+                              xmlParserInputBufferCreateMem(
+                                  dtd_text.data(), static_cast<int>(dtd_text.size()), XML_CHAR_ENCODING_UTF8),
+                              XML_CHAR_ENCODING_UTF8));
+        }
+        return dtd.get();
+    }
 
     __attribute__((format(printf, 2, 3))) static void Append(void* faults, const char* format, ...) {
         char line[1024];

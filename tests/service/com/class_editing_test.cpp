@@ -8,6 +8,7 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 
 class ClassEditingTest : public ServiceClient {
@@ -104,9 +105,13 @@ TEST_F(ClassEditingTest, ADefaultChangesForInstancesThatSetNone) {
     EXPECT_CODE(S_OK, PutInstance(instance));
     EXPECT_EQ(Show(Get(L"Base.ID=\"a\""), L"Days"), "I4 99");
 
+    // A property can go while no instance has a value of its own for it.
     ASSERT_CODE(S_OK, base->Delete(L"Days"));
+    const auto valued = Get(L"Base.ID=\"a\"");
+    ASSERT_CODE(S_OK, PutValue(valued, L"Days", 1L));
+    ASSERT_CODE(S_OK, PutInstance(valued));
     EXPECT_CODE(WBEM_E_CLASS_HAS_INSTANCES, PutClass(base));
-    EXPECT_THAT(TakeReason(), HasSubstr("Days"));
+    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Days"), HasSubstr("1 instance")));
     ASSERT_CODE(S_OK, DeleteInstance(L"Base.ID=\"a\""));
     EXPECT_CODE(S_OK, PutClass(base));
     // What was spawned before has a value that there is no place for now.

@@ -75,7 +75,7 @@ instance of Sub as $S { ID = "s"; Parent = "Policy.ID=\"a\""; };
     EXPECT_EQ(Show(Get(L"Sub=\"s\""), L"Parent"), "BSTR Policy.ID=\"a\"");
     EXPECT_CODE(WBEM_E_ALREADY_EXISTS, ImportInto(kNamespace, schema, nullptr, 0, WBEM_FLAG_CREATE_ONLY));
     EXPECT_CODE(WBEM_E_ALREADY_EXISTS, ImportInto(kNamespace, schema, nullptr, 0, 0, WBEM_FLAG_CREATE_ONLY));
-    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, ImportInto(kNamespace, schema, nullptr, 0, 64));
+    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, ImportInto(kNamespace, schema, nullptr, 0, 128));
 }
 
 TEST_F(MofImportTest, CheckingStoresNothing) {
@@ -103,6 +103,41 @@ TEST_F(MofImportTest, FilesOfOneImportMayReferToEachOther) {
     EXPECT_CODE(WBEM_E_NOT_FOUND, ImportFiles(directory.path() + "/none.mof"));
     EXPECT_THAT(TakeReason(), HasSubstr("none.mof"));
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, ImportFiles(directory.path()));
+}
+
+TEST_F(MofImportTest, IncludedFilesAreFoundBesideTheFileThatNamesThem) {
+    std::filesystem::create_directory(directory.path() + "/core");
+    const std::string all =
+        WriteFile("all.mof", "#pragma include(\"core\\\\a.mof\")\n#pragma include(\"core/b.mof\")\n");
+    WriteFile("core/a.mof", "#pragma include(\"../common.mof\")\nclass A : Base {};\n");
+    WriteFile("core/b.mof", "#pragma include(\"../core/../common.mof\")\nclass B : A {};\n");
+    WriteFile("common.mof", "class Base { [key] string ID; };\n");
+    EXPECT_CODE(S_OK, ImportFiles(all + "\n" + directory.path() + "/core/b.mof")) << TakeReason();
+    WriteFile("core/b.mof", "#pragma include(\"../all.mof\")");
+    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, ImportFiles(all));
+    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("core/b.mof:1:"), HasSubstr("all.mof includes")));
+    WriteFile("core/b.mof", "\n#pragma include(\"none.mof\")");
+    EXPECT_CODE(WBEM_E_NOT_FOUND, ImportFiles(all));
+    EXPECT_THAT(TakeReason(),
+                AllOf(HasSubstr("core/b.mof:2:"), HasSubstr("core/none.mof cannot be included")));
+    WriteFile("core/b.mof", "#pragma include(\"/dev/zero\")");
+    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, ImportFiles(all));
+}
+
+TEST_F(MofImportTest, DeletionsAndForce) {
+    const std::string schema =
+        "class A { [key] string ID; string V; }; instance of A { ID = \"a\"; V = \"v\"; };";
+    ASSERT_CODE(S_OK, Import(schema));
+    EXPECT_CODE(WBEM_E_CLASS_HAS_INSTANCES, Import("#pragma deleteclass(\"A\", FAIL)"));
+    EXPECT_CODE(S_OK,
+                Import("#pragma deleteinstance(\"A.ID=\\\"a\\\"\", FAIL)\n#pragma deleteclass(\"A\", FAIL)"));
+    EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(L"A"));
+    ASSERT_CODE(S_OK, Import(schema));
+    ASSERT_CODE(S_OK, Import("#pragma classflags(\"forceupdate\")\nclass A { [key] string ID; };"));
+    EXPECT_TRUE(Get(L"A=\"a\"").p);
+    EXPECT_CODE(S_OK, ImportInto(kNamespace, "#pragma deleteclass(\"A\", FAIL)", nullptr, 0,
+                                 WBEM_FLAG_UPDATE_FORCE_MODE));
+    EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(L"A"));
 }
 
 TEST_F(MofImportTest, WhatInstancesHoldIsKept) {

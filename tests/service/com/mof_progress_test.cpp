@@ -17,7 +17,10 @@ class Listener final : public IMofProgress {
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
     ULONG STDMETHODCALLTYPE Release() override { return --references; }
-    HRESULT STDMETHODCALLTYPE Warning(LPCWSTR) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE Warning(LPCWSTR sentence) override {
+        warnings.emplace_back(sentence);
+        return S_OK;
+    }
     HRESULT STDMETHODCALLTYPE Progress(ULONGLONG done, ULONGLONG total) override {
         heard.emplace_back(done, total);
         if (on_progress) on_progress();
@@ -27,6 +30,7 @@ class Listener final : public IMofProgress {
     std::function<void()> on_progress;
     ULONG references = 1;
     std::vector<std::pair<ULONGLONG, ULONGLONG>> heard;
+    std::vector<std::wstring> warnings;
 };
 
 class MofProgress : public ServiceClient {
@@ -58,6 +62,9 @@ TEST_F(MofProgress, IsToldNowAndThenAndAtTheEnd) {
         before = done;
     }
     EXPECT_EQ(before, 2501u);
+
+    ASSERT_CODE(S_OK, Compile(*compiler, "#pragma locale(1)\n#pragma locale(2)"));
+    EXPECT_EQ(listener.warnings, std::vector<std::wstring>{L"buffer:1:9: #pragma locale has no effect here"});
 
     // Of what fails the end is never told.
     listener.heard.clear();

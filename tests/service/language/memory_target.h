@@ -42,8 +42,8 @@ class MemoryTarget : public MofTarget {
         return found->second;
     }
 
-    Status PutClass(ClassDeclaration declaration) override {
-        calls.push_back("class " + declaration.name);
+    Status PutClass(ClassDeclaration declaration, const MofUpdate& update) override {
+        calls.push_back("class " + declaration.name + FlagsOf(update));
         if (EqualFolded(declaration.name, refused)) return {WBEM_E_ACCESS_DENIED, "the target refuses it"};
         ClassPtr superclass;
         if (!declaration.superclass.empty()) {
@@ -59,13 +59,39 @@ class MemoryTarget : public MofTarget {
         return {};
     }
 
-    Status PutInstance(Instance instance) override {
+    Status PutInstance(Instance instance, const MofUpdate& update) override {
         if (EqualFolded(instance.Class()->Name(), refused))
             return {WBEM_E_ACCESS_DENIED, "the target refuses it"};
         SERVICE_ASSIGN_OR_RETURN(const std::string path, RelativePathOf(instance));
-        calls.push_back("instance " + path);
+        calls.push_back("instance " + path + FlagsOf(update));
         namespaces[current_].instances.insert_or_assign(path, std::move(instance));
         return {};
+    }
+
+    Status PutQualifierDeclaration(QualifierDeclaration declaration) override {
+        std::string name = Fold(declaration.name);
+        namespaces[current_].qualifiers.insert_or_assign(std::move(name), std::move(declaration));
+        return {};
+    }
+
+    Result<std::vector<QualifierDeclaration>> QualifierDeclarations() override {
+        std::vector<QualifierDeclaration> all;
+        for (const auto& [name, declaration] : namespaces[current_].qualifiers)
+            all.push_back(declaration);
+        return all;
+    }
+
+    Status DeleteClass(const std::string& name) override {
+        calls.push_back("delete class " + name);
+        if (EqualFolded(name, refused)) return {WBEM_E_CLASS_HAS_INSTANCES, "it has instances"};
+        if (namespaces[current_].classes.erase(Fold(name)) > 0) return {};
+        return {WBEM_E_INVALID_CLASS, "there is no class " + name};
+    }
+
+    Status DeleteInstance(const ObjectPath& path) override {
+        calls.push_back("delete instance " + PrintObjectPath(path));
+        if (namespaces[current_].instances.erase(PrintObjectPath(path)) > 0) return {};
+        return {WBEM_E_NOT_FOUND, "there is no such instance"};
     }
 
     // Both look into root\test, the namespace that Import begins in.
@@ -81,6 +107,7 @@ class MemoryTarget : public MofTarget {
     }
 
     struct Space {
+        std::map<std::string, QualifierDeclaration> qualifiers;
         std::map<std::string, ClassPtr> classes;
         std::map<std::string, Instance> instances;  // by their relative paths
     };
@@ -89,6 +116,11 @@ class MemoryTarget : public MofTarget {
     std::string refused;  // a class that cannot be put, nor instances of it
 
  private:
+    static std::string FlagsOf(const MofUpdate& update) {
+        return std::string(update.is_update_only ? " update-only" : "") +
+               (update.is_create_only ? " create-only" : "") + (update.is_forced ? " forced" : "");
+    }
+
     std::string current_;
     uint32_t class_id_ = 0;
 };

@@ -268,7 +268,7 @@ TEST(MofCompiler, EverySourceBeginsInTheDefaultNamespaceWithItsOwnAliases) {
         {"b.mof", "class B { [key] uint32 K; }; instance of B as $X { K = 2; };"}};
     const MofImport failed = CompileMof(strangers, "root\\test", target);
     ASSERT_TRUE(failed.fault);
-    EXPECT_EQ(Describe(*failed.fault), "a.mof:1:49: no declaration of this file has the alias $X");
+    EXPECT_EQ(Describe(*failed.fault), "a.mof:1:49: no declaration of this source has the alias $X");
 }
 
 TEST(MofCompiler, AliasesThroughKeysAndDefaults) {

@@ -1,3 +1,4 @@
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -62,6 +63,10 @@ TEST(MofLiteral, EveryFormOfEveryType) {
         {"real64", "1.7976931348623157e308", std::numeric_limits<double>::max()},
         {"real32", "0.1", double{0.1F}},
         {"real32", "3.40282347e+38", double{std::numeric_limits<float>::max()}},
+        {"real64", "INF", std::numeric_limits<double>::infinity()},
+        {"real32", "-inf", -std::numeric_limits<double>::infinity()},
+        {"real64", "NaN", std::numeric_limits<double>::quiet_NaN()},
+        {"real64", "NaN(0xFFF8000000000001)", std::bit_cast<double>(uint64_t{0xFFF8000000000001})},
         {"boolean", "true", true},
         {"boolean", "FALSE", false},
         {"char16", "'x'", uint64_t{'x'}},

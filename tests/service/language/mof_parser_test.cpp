@@ -55,7 +55,7 @@ TEST(MofParser, AnInstanceTakesWhatItNeeds) {
 TEST(MofParser, ReadsPastWhatNothingActsOn) {
     const auto fault = Parse(R"(
         #pragma autorecover
-        # PRAGMA ClassFlags("forceupdate") #pragma deleteclass("Old", (NOFAIL, 1))
+        # PRAGMA ClassFlags("forceupdate") #pragma unknown("Old", (NOFAIL, 1))
         Qualifier Key : boolean = false, Scope(property, reference), Flavor(DisableOverride, ToSubclass);
         qualifier ValueMap : string[] = {"a", "b"}, SCOPE(any);
         [Description("methods"), Provider("x")]

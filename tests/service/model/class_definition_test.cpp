@@ -69,6 +69,11 @@ TEST(ClassDefinition, RedeclaredPropertiesMustFit) {
     ASSERT_OK(changed);
     EXPECT_EQ(At(*changed, "Size").default_value, Value(uint64_t{9}));
     EXPECT_EQ(At(top, "Size").default_value, Value(uint64_t{5}));
+    const ClassPtr keyless = Resolved(Declare("Keyless", {Property("Name", CimType::kString)}));
+    const auto keyed = Resolve(Declare("Keyed", {Key("Name")}, "Keyless"), keyless);
+    ASSERT_OK(keyed);
+    EXPECT_TRUE(At(*keyed, "Name").is_key);
+    EXPECT_EQ((*keyed)->Keys().size(), 1U);
     const auto key_again = declare(Property("ID", CimType::kString));
     ASSERT_OK(key_again);
     EXPECT_TRUE(At(*key_again, "ID").is_key);
@@ -92,6 +97,35 @@ TEST(ClassDefinition, QualifiersTravelAsTheirFlavorSays) {
     EXPECT_EQ(FindQualifier(At(sub, "P").qualifiers, "stays"), nullptr);
     EXPECT_TRUE(At(sub, "P").is_not_null);
     EXPECT_FALSE(sub->IsAbstract()) << "a class is abstract only when it says so itself";
+}
+
+TEST(ClassDefinition, RestrictedQualifiersStayWhereTheyAre) {
+    ClassDeclaration declaration = Declare("Top", {Property("P", CimType::kString)});
+    Qualifier required = Flag("Required");
+    required.flavor = 0;
+    declaration.properties[0].qualifiers = {required, Flag("Goes")};
+    const ClassPtr top = Resolved(declaration);
+    EXPECT_TRUE(At(top, "P").is_not_null);
+    const ClassPtr sub = Resolved(Declare("Sub", {}, "Top"), top);
+    EXPECT_EQ(At(sub, "P").qualifiers.size(), 1U);
+    EXPECT_FALSE(At(sub, "P").is_not_null);
+}
+
+TEST(ClassDefinition, SomeQualifiersAreNotToBeOverridden) {
+    ClassDeclaration declaration = Declare("Top", {Property("P", CimType::kString)});
+    Qualifier fixed = Flag("Fixed");
+    fixed.flavor = kFlavorToSubclass | kFlavorNotOverridable;
+    declaration.qualifiers = {fixed};
+    declaration.properties[0].qualifiers = {fixed};
+    const ClassPtr top = Resolved(declaration);
+
+    ClassDeclaration same = Declare("Sub", {Property("P", CimType::kString)}, "Top");
+    same.properties[0].qualifiers = {Flag("FIXED")};
+    EXPECT_OK(Resolve(same, top));
+    same.properties[0].qualifiers[0].value = false;
+    const auto fault = Resolve(same, top).status();
+    EXPECT_EQ(fault.code(), WBEM_E_OVERRIDE_NOT_ALLOWED);
+    EXPECT_THAT(fault.reason(), testing::AllOf(HasSubstr("FIXED of property Sub.P"), HasSubstr("class Top")));
 }
 
 TEST(ClassDefinition, UnsoundDeclarationsAreRefused) {

@@ -4,6 +4,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -256,6 +257,51 @@ TEST(ObjectPath, PrintingAndParsingAreInverse) {
     for (const auto& [key, identity] : keys_and_identities) {
         EXPECT_TRUE(keys.insert(key).second) << "two instances with one key";
         EXPECT_TRUE(identities.insert(identity).second) << "one instance with two keys";
+    }
+}
+
+ObjectPath RandomPath(std::mt19937& random) {
+    ObjectPath path;
+    if (random() % 2) path.namespace_path = random() % 2 ? "root\\A" : "root\\B\\Ç_1";
+    if (path.namespace_path && random() % 2) path.server = random() % 2 ? "." : "host-1.example";
+    path.class_name = random() % 2 ? "Class" : "__Näme9";
+    path.is_singleton = random() % 5 == 0;
+    const size_t count = path.is_singleton ? 0 : random() % 4;
+    for (size_t i = 0; i < count; ++i) {
+        KeyBinding& key = path.keys.emplace_back();
+        if (count > 1 || random() % 2) key.name = "K" + std::to_string(i);
+        switch (random() % 4) {
+            case 0:
+                key.value = RandomText(random);
+                break;
+            case 1:
+                key.value = static_cast<int64_t>(random()) * (random() % 2 ? 1 : INT64_MIN / UINT32_MAX);
+                break;
+            case 2:
+                key.value = UINT64_MAX - random();
+                break;
+            default:
+                key.value = random() % 2 == 0;
+        }
+    }
+    return path;
+}
+
+TEST(ObjectPath, EveryPathReadsBackAsItWasPrinted) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 20'000; ++round) {
+        const ObjectPath path = RandomPath(random);
+        const std::string printed = PrintObjectPath(path);
+        const auto parsed = ParseObjectPath(printed);
+        ASSERT_OK(parsed) << printed;
+        ASSERT_EQ(PrintObjectPath(*parsed), printed);
+        ASSERT_EQ(std::tie(parsed->server, parsed->namespace_path, parsed->class_name, parsed->is_singleton),
+                  std::tie(path.server, path.namespace_path, path.class_name, path.is_singleton));
+        ASSERT_EQ(parsed->keys.size(), path.keys.size()) << printed;
+        for (size_t i = 0; i < path.keys.size(); ++i) {
+            ASSERT_EQ(parsed->keys[i].name, path.keys[i].name);
+            ASSERT_EQ(parsed->keys[i].value, path.keys[i].value) << printed;
+        }
     }
 }
 

@@ -432,7 +432,7 @@ TEST_F(LmdbStoreTest, ADirectoryThatCannotBeIsAStatus) {
     EXPECT_THAT(file.reason(), HasSubstr(directory.path() + "/file"));
     EXPECT_EQ(OpenLmdbStore(directory.path() + "/file/below").code(), WBEM_E_NOT_AVAILABLE);
     EXPECT_EQ(OpenLmdbStore("").code(), WBEM_E_NOT_AVAILABLE);
-    EXPECT_OK(OpenLmdbStore(directory.path() + "/a/b/c"));
+    Put(*OpenStore(directory.path() + "/a/b/c"), 1, "k", "r");
     const auto mode = std::filesystem::status(directory.path() + "/a/b/c").permissions();
     EXPECT_EQ(mode, std::filesystem::perms::owner_all);
 
