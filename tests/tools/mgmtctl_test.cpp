@@ -72,7 +72,8 @@ TEST_F(Tool, DescribesAClassWithItsInheritedProperties) {
                                             {"key", false},
                                             {"inheritedFrom", "Policy"},
                                             {"default", 365},
-                                            {"description", "Days"}}));
+                                            {"description", "Days"},
+                                            {"qualifiers", {{"Description", "Days"}}}}));
     EXPECT_EQ(properties["Strict"]["inheritedFrom"], nullptr);
     EXPECT_EQ(properties["Tags"]["type"], "string[]");
     EXPECT_THAT(Run({"describe", "Policy"}).out, StartsWith("class Policy : Base\n"));

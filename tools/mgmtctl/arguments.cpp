@@ -24,9 +24,11 @@ constexpr const char* ABOUT =
 
 constexpr const char* FOOTER = R"(Examples:
   mgmtctl import schema.mof data.mof       store what the files declare, all or nothing
+  mgmtctl export --instances --output all.mof   write a namespace as MOF, which imports as the same again
   mgmtctl namespaces                       list the namespaces
   mgmtctl classes                          list the classes of the namespace
-  mgmtctl describe RetentionPolicy         show the properties of a class
+  mgmtctl describe RetentionPolicy         show what a class has and what is said of it
+  mgmtctl graph RetentionPolicy | dot -Tsvg > classes.svg   draw its relations to other classes
   mgmtctl list Mailbox --where 'ItemCount > 5000' --properties INSTANCE_ID,ItemCount --sort ItemCount:desc
   mgmtctl query "SELECT * FROM Policy WHERE Enabled = FALSE" --json
   mgmtctl count Mailbox                    count the instances of a class
@@ -38,6 +40,8 @@ constexpr const char* FOOTER = R"(Examples:
   mgmtctl set RetentionPolicy new DisplayName=New --create
   mgmtctl delete RetentionPolicy new
   mgmtctl watch RetentionPolicy            show what others change, as it happens, until Ctrl-C
+  mgmtctl check                            read every record and say what is damaged
+  mgmtctl backup /backup/mgmt-monday       copy the store while it is in use
   mgmtctl reload-event wait                wait until a process of the product asks for a reload
 
 The data lie in a store on this machine; the environment variable MGMT_STORE names its folder.
@@ -77,8 +81,17 @@ constexpr const char* WATCH_FOOTER =
 Shows what is changed from when it says "watching". What comes faster than it can be shown is kept by the
 service up to a limit; where that is exceeded, the watch says that events were lost and goes on.)";
 
+constexpr const char* EXPORT_FOOTER =
+    R"(Without CLASS all classes are written. Named ones come with the classes below them, and with what those
+need: superclasses, and the classes that they refer to or embed. Qualifier declarations come first, a class
+behind its superclass, instances by class and key; the same namespace gives the same text. Instances are
+written as they are read: those of one class as they were when its listing began. A file named by --output is
+written whole or not at all.)";
+
 constexpr const char* GET_FOOTER =
-    R"(An id that begins with a dash, or is "++", comes after "--": mgmtctl get RetentionPolicy -- -1)";
+    R"(With --full --json the object has one more member: __NEVER_SET, the names of the properties that nobody
+has set, which read as null or as their class's default.
+An id that begins with a dash, or is "++", comes after "--": mgmtctl get RetentionPolicy -- -1)";
 
 // The options that go in front of a command as well as behind it.
 void AddCommonOptions(CLI::App& app, Arguments& arguments, std::optional<std::string>& namespace_text) {
@@ -110,7 +123,10 @@ class CommandLine {
         CLI::App& classes = Add(Command::CLASSES, "classes", "List the classes of the namespace");
         classes.add_option("SUPERCLASS", arguments_.class_name, "Only the classes derived from this one")
             ->type_name("");
-        AddClass(Add(Command::DESCRIBE, "describe", "Show the properties of a class"), arguments_);
+        AddClass(Add(Command::DESCRIBE, "describe", "Show what a class has and what is said of it"),
+                 arguments_);
+        AddExport();
+        AddGraph();
         AddList();
         AddQuery();
         AddCount();
@@ -118,11 +134,12 @@ class CommandLine {
         AddXml();
         AddCreate();
         AddSet();
-        CLI::App& remove = Add(Command::DELETE_INSTANCE, "delete", "Delete an instance");
-        AddClass(remove, arguments_);
-        AddId(remove, arguments_);
+        AddTarget(Add(Command::DELETE_INSTANCE, "delete", "Delete an instance"));
         AddWatch();
         AddReloadEvent();
+        Add(Command::CHECK, "check", "Read every record of the store and say what is damaged");
+        AddBackup();
+        Add(Command::LIMITS, "limits", "Show every limit, and how much of it the store uses");
     }
 
     Arguments Read(int argc, const char* const* argv) {
@@ -136,6 +153,8 @@ class CommandLine {
         ReadAssignments();
         ReadListing();
         ReadWatch();
+        ReadExport();
+        ReadBackup();
         if (timeout_text_) arguments_.timeout = ReadSeconds(*timeout_text_);
         return std::move(arguments_);
     }
@@ -159,6 +178,33 @@ class CommandLine {
             ->required()
             ->type_name("");
         import.add_flag("--check", arguments_.is_check, "Only check the files; store nothing");
+        import.add_flag(
+            "--force", arguments_.is_forced,
+            "Let a changed class change its instances: values that fit are kept, others are lost");
+    }
+
+    void AddExport() {
+        CLI::App& app = Add(Command::EXPORT, "export", "Write classes and instances as MOF");
+        CLI::Option* const classes =
+            app.add_option("CLASS", arguments_.class_names, "Only these classes, and what they need");
+        classes->type_name("");
+        app.add_flag("--instances", arguments_.has_instances, "The instances, too");
+        app.add_flag("--recursive", arguments_.is_recursive, "The namespaces below, too")->excludes(classes);
+        app.add_option("--output", export_file_, "Write to this file")->type_name("FILE");
+        app.footer(EXPORT_FOOTER);
+    }
+
+    void AddGraph() {
+        Add(Command::GRAPH, "graph", "Write the class diagram in the language of Graphviz")
+            .add_option("CLASS", arguments_.class_name, "Only this class and those it has to do with")
+            ->type_name("");
+    }
+
+    void AddBackup() {
+        CLI::App& app = Add(Command::BACKUP, "backup", "Copy the store while it is in use");
+        app.add_option("PATH", arguments_.output, "The copy: a new directory, a store of its own")
+            ->required()
+            ->type_name("");
     }
 
     void AddList() {
@@ -237,18 +283,20 @@ class CommandLine {
     }
 
     void AddAssignments(CLI::App& app) {
-        AddClass(app, arguments_);
-        AddId(app, arguments_);
         app.add_option("NAME=VALUE", assignment_texts_, "The properties and their values")->type_name("");
         app.footer(VALUES_FOOTER);
     }
 
     void AddCreate() {
-        AddAssignments(Add(Command::CREATE, "create", "Make an instance that does not exist yet"));
+        CLI::App& create = Add(Command::CREATE, "create", "Make an instance that does not exist yet");
+        AddClass(create, arguments_);
+        AddId(create, arguments_);
+        AddAssignments(create);
     }
 
     void AddSet() {
         CLI::App& set = Add(Command::SET, "set", "Change properties of an instance, or make one");
+        AddTarget(set);
         AddAssignments(set);
         set.add_flag("--create", arguments_.is_create, "Make the instance if it does not exist");
     }
@@ -303,19 +351,54 @@ class CommandLine {
     }
 
     void ReadTarget() {
-        const bool may_lack_id = IsAnyOf({Command::GET, Command::XML});
-        const bool is_id_given = std::any_of(ids_that_may_lack_.begin(), ids_that_may_lack_.end(),
-                                             [](const CLI::Option* id) { return id->count() != 0; });
-        if (may_lack_id) (is_id_given ? arguments_.class_name : arguments_.path) = first_;
-        const bool has_id = IsAnyOf({Command::CREATE, Command::SET, Command::DELETE_INSTANCE}) || is_id_given;
-        if (has_id && arguments_.id.empty()) throw UsageFailure("the id must not be empty");
+        if (IsAnyOf({Command::GET, Command::XML, Command::SET, Command::DELETE_INSTANCE})) ReadInstance();
+        const bool needs_id =
+            IsAnyOf({Command::CREATE, Command::SET, Command::DELETE_INSTANCE}) || IsIdGiven();
+        if (needs_id && arguments_.path.empty() && arguments_.id.empty())
+            throw UsageFailure("the id must not be empty");
         const bool may_lack_class =
             IsAnyOf({Command::IMPORT, Command::NAMESPACES, Command::CLASSES, Command::QUERY, Command::WATCH,
-                     Command::WAIT_FOR_RELOAD, Command::SIGNAL_RELOAD});
+                     Command::WAIT_FOR_RELOAD, Command::SIGNAL_RELOAD, Command::EXPORT, Command::GRAPH,
+                     Command::CHECK, Command::BACKUP, Command::LIMITS});
         if (!may_lack_class && arguments_.class_name.empty() && arguments_.path.empty())
             throw UsageFailure("the class must not be empty");
         if (arguments_.command == Command::QUERY && arguments_.query.empty())
             throw UsageFailure("the query must not be empty");
+    }
+
+    bool IsIdGiven() const {
+        return std::any_of(ids_that_may_lack_.begin(), ids_that_may_lack_.end(),
+                           [](const CLI::Option* id) { return id->count() != 0; });
+    }
+
+    // A path has an equals sign, the name of a class has none. Where only something is shown what stands
+    // alone may be a class, too.
+    void ReadInstance() {
+        const bool is_changed = IsAnyOf({Command::SET, Command::DELETE_INSTANCE});
+        const bool is_path = is_changed ? first_.find('=') != std::string::npos : !IsIdGiven();
+        (is_path ? arguments_.path : arguments_.class_name) = first_;
+        if (!is_path || !is_changed) return;
+        if (IsIdGiven() && arguments_.command == Command::DELETE_INSTANCE)
+            throw UsageFailure("a path stands alone: no id goes with it");
+        if (arguments_.is_create)
+            throw UsageFailure("--create goes with CLASS and ID, in place of which a path was given");
+        // What stands behind a path is read as an id at first.
+        if (IsIdGiven())
+            assignment_texts_.insert(assignment_texts_.begin(), std::exchange(arguments_.id, {}));
+        TakeNamespaceOffPath();
+    }
+
+    // What is changed is changed in the namespace that the path names.
+    void TakeNamespaceOffPath() {
+        const std::size_t end = arguments_.path.find_first_of("\"'=:");
+        if (end == std::string::npos || arguments_.path[end] != ':') return;
+        arguments_.namespace_path = ReadNamespacePath(arguments_.path.substr(0, end));
+        arguments_.path.erase(0, end + 1);
+    }
+
+    void ReadBackup() const {
+        if (arguments_.command == Command::BACKUP && arguments_.output.empty())
+            throw UsageFailure("the path of the backup must not be empty");
     }
 
     void ReadAssignments() {
@@ -352,6 +435,18 @@ class CommandLine {
         if (!event_count_text_) return;
         arguments_.event_count = ReadCount(*event_count_text_, "events");
         if (arguments_.event_count == 0) throw UsageFailure("to watch no event makes no sense");
+    }
+
+    void ReadExport() {
+        if (arguments_.command != Command::EXPORT) return;
+        const auto& names = arguments_.class_names;
+        if (std::find(names.begin(), names.end(), std::string()) != names.end())
+            throw UsageFailure("the class must not be empty");
+        if (export_file_ && export_file_->empty())
+            throw UsageFailure("the name of the file must not be empty");
+        if (arguments_.is_json && !export_file_)
+            throw UsageFailure("export prints MOF: --json goes with --output");
+        arguments_.output = export_file_.value_or("");
     }
 
     void ReadKinds(const std::string& text) {
@@ -409,6 +504,7 @@ class CommandLine {
     std::optional<std::string> kinds_text_;
     std::optional<std::string> event_count_text_;
     std::optional<std::string> timeout_text_;
+    std::optional<std::string> export_file_;
     bool is_deep_ = false;  // said aloud
     std::string first_;
     std::vector<std::string> assignment_texts_;

@@ -32,7 +32,12 @@ enum class Command {
     DELETE_INSTANCE,
     WATCH,
     WAIT_FOR_RELOAD,
-    SIGNAL_RELOAD
+    SIGNAL_RELOAD,
+    EXPORT,
+    GRAPH,
+    CHECK,
+    BACKUP,
+    LIMITS
 };
 
 // How instances are listed.
@@ -52,12 +57,17 @@ struct Arguments {
     bool is_json = false;     // print for programs
     bool is_create = false;   // set: make a missing instance
     bool is_check = false;    // import: store nothing
+    bool is_forced = false;   // import: change what is stored along with its class
     bool is_shallow = false;  // list, count: without the instances of subclasses
 
-    std::vector<std::string> files;  // import
-    std::string class_name;          // of all that name a class; of classes the superclass, may be empty
-    std::string id;                  // get, xml, create, set, delete; of watch it may be empty
-    std::string path;   // get, xml, where they are given a path: class_name and id are then empty
+    std::vector<std::string> files;        // import
+    std::vector<std::string> class_names;  // export: empty for all
+    bool has_instances = false;            // export
+    bool is_recursive = false;             // export: with the namespaces below
+    std::string output;                    // export: a file; empty for the standard output. backup: the copy
+    std::string class_name;  // of all that name a class; of classes the superclass, may be empty
+    std::string id;          // get, xml, create, set, delete; of watch it may be empty
+    std::string path;  // get, xml, set, delete, where they are given a path: class_name and id are then empty
     std::string query;  // query; watch, in place of a class
     std::string where;  // list, count: the condition, may be empty
     Listing listing;    // list, query; of get and watch is_full alone

@@ -3,51 +3,12 @@
 #include <algorithm>
 
 #include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/qualifiers.h"
 #include "tools/mgmtctl/text.h"
 #include "utility/management/mgmt.h"
 
 namespace mgmtctl {
 namespace {
-
-using Qualifiers = CComPtr<IWbemQualifierSet>;
-
-_variant_t QualifierOf(const Qualifiers& qualifiers, const wchar_t* name) {
-    _variant_t value;
-    if (qualifiers != nullptr) qualifiers->Get(name, 0, &value, nullptr);
-    return value;
-}
-
-std::string TextQualifier(const Qualifiers& qualifiers, const wchar_t* name) {
-    const _variant_t value = QualifierOf(qualifiers, name);
-    return value.vt == VT_BSTR ? Utf8(value.bstrVal) : std::string();
-}
-
-bool BooleanQualifier(const Qualifiers& qualifiers, const wchar_t* name) {
-    const _variant_t value = QualifierOf(qualifiers, name);
-    return value.vt == VT_BOOL && value.boolVal != VARIANT_FALSE;
-}
-
-Qualifiers ClassQualifiers(IWbemClassObject& object) {
-    Qualifiers qualifiers;
-    object.GetQualifierSet(&qualifiers);
-    return qualifiers;
-}
-
-Qualifiers PropertyQualifiers(IWbemClassObject& object, const std::wstring& name) {
-    Qualifiers qualifiers;
-    object.GetPropertyQualifierSet(name.c_str(), &qualifiers);
-    return qualifiers;
-}
-
-// References and objects are declared with a class, which only the qualifier tells: "ref:Volume".
-std::string DeclaredTypeName(CIMTYPE type, const Qualifiers& qualifiers) {
-    const bool has_class = ElementType(type) == CIM_REFERENCE || ElementType(type) == CIM_OBJECT;
-    std::string declared = has_class ? TextQualifier(qualifiers, L"CIMTYPE") : std::string();
-    const std::size_t colon = declared.find(':');
-    if (colon == std::string::npos) return TypeName(type);
-    declared[colon] = ' ';
-    return IsArray(type) ? declared + "[]" : declared;
-}
 
 std::string OriginOf(IWbemClassObject& object, const std::wstring& property) {
     CComBSTR origin;

@@ -22,4 +22,8 @@ std::wstring TargetPath(const Arguments& arguments) {
     return InstancePath(Wide(arguments.class_name), Wide(arguments.id));
 }
 
+std::string ClassOfPath(const std::string& path) {
+    return path.substr(0, path.find_first_of(".="));
+}
+
 }  // namespace mgmtctl

@@ -19,4 +19,7 @@ std::wstring InstancePath(const std::wstring& class_name, const std::wstring& id
 // What a command line names by a path, or by a class and an id.
 std::wstring TargetPath(const Arguments& arguments);
 
+// The class of the path that a command line gave, up to what cannot be part of a name.
+std::string ClassOfPath(const std::string& path);
+
 }  // namespace mgmtctl

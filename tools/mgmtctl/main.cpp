@@ -51,6 +51,10 @@ void Run(const Arguments& arguments) {
             return ListClasses(arguments);
         case Command::DESCRIBE:
             return Describe(arguments);
+        case Command::EXPORT:
+            return Export(arguments);
+        case Command::GRAPH:
+            return Graph(arguments);
         case Command::LIST:
             return List(arguments);
         case Command::QUERY:
@@ -73,6 +77,12 @@ void Run(const Arguments& arguments) {
             return WaitForReload(arguments);
         case Command::SIGNAL_RELOAD:
             return SignalReload(arguments);
+        case Command::CHECK:
+            return CheckStore(arguments);
+        case Command::BACKUP:
+            return Backup(arguments);
+        case Command::LIMITS:
+            return ShowLimits(arguments);
     }
 }
 

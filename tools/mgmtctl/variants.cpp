@@ -18,9 +18,9 @@ class Enumeration {
     Enumeration(const Enumeration&) = delete;
     Enumeration& operator=(const Enumeration&) = delete;
 
-    bool Next(Property& property) {
+    bool Next(Property& property, long* flavor = nullptr) {
         CComBSTR name;
-        const HRESULT result = object_.Next(0, &name, property.value.GetAddress(), &property.type, nullptr);
+        const HRESULT result = object_.Next(0, &name, property.value.GetAddress(), &property.type, flavor);
         Check(result, "cannot read the properties");
         if (result != WBEM_S_NO_ERROR) return false;
         property.name.assign(name, name.Length());
@@ -82,6 +82,16 @@ std::vector<Property> PropertiesOf(IWbemClassObject& object) {
     for (Property property; enumeration.Next(property);)
         properties.push_back(std::move(property));
     return properties;
+}
+
+std::vector<std::wstring> NeverSet(IWbemClassObject& instance) {
+    std::vector<std::wstring> names;
+    Enumeration enumeration(instance);
+    long flavor = 0;
+    for (Property property; enumeration.Next(property, &flavor);) {
+        if (flavor == WBEM_FLAVOR_ORIGIN_PROPAGATED) names.push_back(std::move(property.name));
+    }
+    return names;
 }
 
 _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name) {

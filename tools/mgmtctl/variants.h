@@ -26,6 +26,10 @@ struct Property {
 // The properties of an instance or class in the object's order, system properties left out.
 std::vector<Property> PropertiesOf(IWbemClassObject& object);
 
+// The properties of an instance that nobody has set, to null or to a value: they read as their class's
+// default.
+std::vector<std::wstring> NeverSet(IWbemClassObject& instance);
+
 // One property's value, system properties included; empty where there is none of that name.
 _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name);
 // The same, with the type that the object has for it; nothing where there is none of that name.

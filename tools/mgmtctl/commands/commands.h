@@ -11,6 +11,8 @@
 namespace mgmtctl {
 
 void Import(const Arguments& arguments);
+void Export(const Arguments& arguments);
+void Graph(const Arguments& arguments);
 void ListNamespaces(const Arguments& arguments);
 void ListClasses(const Arguments& arguments);
 void Describe(const Arguments& arguments);
@@ -25,5 +27,8 @@ void Delete(const Arguments& arguments);
 void Watch(const Arguments& arguments);
 void WaitForReload(const Arguments& arguments);
 void SignalReload(const Arguments& arguments);
+void CheckStore(const Arguments& arguments);
+void Backup(const Arguments& arguments);
+void ShowLimits(const Arguments& arguments);
 
 }  // namespace mgmtctl

@@ -27,14 +27,11 @@ bool DeleteByPath(const std::wstring& namespace_path, const std::wstring& path) 
 }  // namespace
 
 void Delete(const Arguments& arguments) {
-    const std::wstring class_name = Wide(arguments.class_name);
-    const std::wstring id = Wide(arguments.id);
-    const std::wstring path = InstancePath(class_name, id);
-
+    const std::wstring path = TargetPath(arguments);
+    const bool is_short = arguments.path.empty() && path.size() <= LONGEST_LIBRARY_PATH;
     ForgetReason();
-    const bool is_deleted = path.size() <= LONGEST_LIBRARY_PATH
-                                ? DeleteThroughLibrary(class_name, id)
-                                : DeleteByPath(arguments.namespace_path, path);
+    const bool is_deleted = is_short ? DeleteThroughLibrary(Wide(arguments.class_name), Wide(arguments.id))
+                                     : DeleteByPath(arguments.namespace_path, path);
     if (!is_deleted) throw OperationFailure("cannot delete " + Utf8(path), TakeReason());
     if (arguments.is_json) return PrintJson({{"path", Utf8(path)}, {"result", "deleted"}});
     std::cout << Printable(Utf8(path)) << " deleted\n";

@@ -7,6 +7,19 @@
 #include "utility/management/mgmt.h"
 
 namespace mgmtctl {
+namespace {
+
+// With the names of what was never set, which null and a class's defaults would hide.
+OrderedJson WithNeverSet(IWbemClassObject& instance) {
+    OrderedJson names = OrderedJson::array();
+    for (const std::wstring& name : NeverSet(instance))
+        names.push_back(Utf8(name));
+    OrderedJson json = ToJson(instance);
+    json["__NEVER_SET"] = std::move(names);
+    return json;
+}
+
+}  // namespace
 
 void Get(const Arguments& arguments) {
     const std::wstring path = TargetPath(arguments);
@@ -23,7 +36,8 @@ void Get(const Arguments& arguments) {
                                "Name an instance by its class and id; \"mgmtctl describe " + arguments.path +
                                    "\" shows the class.");
     }
-    if (arguments.is_json) return PrintJson(ToJson(*instance));
+    if (arguments.is_json)
+        return PrintJson(arguments.listing.is_full ? WithNeverSet(*instance) : ToJson(*instance));
     PrintInstance(*instance, arguments.listing.is_full ? Length::WHOLE : Length::SHORT);
 }
 

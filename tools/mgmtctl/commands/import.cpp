@@ -26,14 +26,15 @@ std::wstring JoinedNames(const std::vector<std::string>& files) {
     return Wide(names);
 }
 
-HRESULT Compile(IMofCompiler& compiler, wchar_t* names, wchar_t* space, bool is_check,
+HRESULT Compile(IMofCompiler& compiler, wchar_t* names, wchar_t* space, const Arguments& arguments,
                 WBEM_COMPILE_STATUS_INFO& info) {
-    ImportProgress progress(is_check);
+    ImportProgress progress(arguments.is_check);
+    const LONG options = arguments.is_check ? WBEM_FLAG_CHECK_ONLY : 0;
+    const LONG class_flags = arguments.is_forced ? WBEM_FLAG_UPDATE_FORCE_MODE : WBEM_FLAG_CREATE_OR_UPDATE;
     CComPtr<IMofProgressSource> source;
     if (SUCCEEDED(compiler.QueryInterface(IID_PPV_ARGS(&source.p)))) source->SetProgress(&progress);
-    const HRESULT result =
-        compiler.CompileFile(names, space, nullptr, nullptr, nullptr, is_check ? WBEM_FLAG_CHECK_ONLY : 0,
-                             WBEM_FLAG_CREATE_OR_UPDATE, WBEM_FLAG_CREATE_OR_UPDATE, &info);
+    const HRESULT result = compiler.CompileFile(names, space, nullptr, nullptr, nullptr, options, class_flags,
+                                                WBEM_FLAG_CREATE_OR_UPDATE, &info);
     if (source != nullptr) source->SetProgress(nullptr);
     return result;
 }
@@ -60,7 +61,7 @@ void Import(const Arguments& arguments) {
     WBEM_COMPILE_STATUS_INFO info = {};
     _bstr_t names = JoinedNames(arguments.files).c_str();
     _bstr_t space = arguments.namespace_path.c_str();
-    Check(Compile(*compiler, names, space, arguments.is_check, info), attempt);
+    Check(Compile(*compiler, names, space, arguments, info), attempt);
     Print(arguments, info.ObjectNum);
 }
 

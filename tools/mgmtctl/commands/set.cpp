@@ -12,13 +12,18 @@
 namespace mgmtctl {
 namespace {
 
+std::wstring PathOf(const Arguments& arguments, const ClassDeclaration& declaration) {
+    if (!arguments.path.empty()) return Wide(arguments.path);
+    return InstancePath(Wide(declaration.summary.name), Wide(arguments.id));
+}
+
 class Writer {
  public:
     Writer(const Arguments& arguments, const ClassDeclaration& declaration)
         : arguments_(arguments),
           declaration_(declaration),
           id_(Wide(arguments.id)),
-          path_(InstancePath(Wide(declaration.summary.name), id_)),
+          path_(PathOf(arguments, declaration)),
           changes_(ReadChanges(declaration, arguments.assignments)) {}
 
     // Whether the instance was made.
@@ -81,8 +86,9 @@ class Writer {
     }
 
     [[noreturn]] void Fail(const char* attempt, Reason reason) const {
-        std::string advice = reason.code == WBEM_E_NOT_FOUND ? "Add --create to make it."
-                                                             : AdviceForWrite(reason.code, declaration_);
+        const bool may_create = reason.code == WBEM_E_NOT_FOUND && arguments_.path.empty();
+        std::string advice =
+            may_create ? "Add --create to make it." : AdviceForWrite(reason.code, declaration_);
         throw OperationFailure(attempt + Path(), std::move(reason), std::move(advice));
     }
 
@@ -98,10 +104,23 @@ class Writer {
     const std::vector<Change> changes_;
 };
 
+// With another key it would be another instance.
+void CheckKeysStay(const Arguments& arguments, const ClassDeclaration& declaration) {
+    if (arguments.path.empty()) return;
+    for (const Arguments::Assignment& each : arguments.assignments) {
+        const DeclaredProperty* const property = declaration.Find(Wide(each.name));
+        if (property == nullptr || !property->is_key) continue;
+        throw UsageFailure(each.name +
+                           " is a key and cannot be changed: make another instance and delete this one");
+    }
+}
+
 }  // namespace
 
 void Set(const Arguments& arguments) {
-    const ClassDeclaration declaration = ReadClassWithId(arguments.class_name);
+    const ClassDeclaration declaration = arguments.path.empty() ? ReadClassWithId(arguments.class_name)
+                                                                : ReadClass(ClassOfPath(arguments.path));
+    CheckKeysStay(arguments, declaration);
     const Writer writer(arguments, declaration);
     const bool is_created = writer.Write();
     if (arguments.is_json) {
