@@ -28,35 +28,22 @@ std::wstring Number(long number) {
     return std::to_wstring(number);
 }
 
-std::wstring Flags(long flags, bool plain = true) {
-    return (flags != 0 ? L" flags=" + Number(flags) : L"") + (plain ? L"" : L" with more");
+std::wstring Flags(long flags) {
+    return flags != 0 ? L" flags=" + Number(flags) : L"";
 }
 
 std::wstring InstanceKey(const std::wstring& className, const std::wstring& id) {
     return className + L"." + KEY + L"=\"" + id + L"\"";
 }
 
+// For the types that the tests use.
 bool Fits(CIMTYPE type, const VARIANT& value) {
     if (value.vt == VT_NULL) return true;
-    switch (type) {
-        case CIM_STRING:
-            return value.vt == VT_BSTR;
-        case CIM_DATETIME:
-            return value.vt == VT_BSTR && SysStringLen(value.bstrVal) == 25;
-        case CIM_BOOLEAN:
-            return value.vt == VT_BOOL;
-        case CIM_REAL32:
-            return value.vt == VT_R4;
-        case CIM_REAL64:
-            return value.vt == VT_R8;
-        case CIM_OBJECT:
-            return value.vt == VT_UNKNOWN;
-        case CIM_SINT32:
-        case CIM_UINT32:
-            return value.vt == VT_I4;
-        default:
-            return value.vt == (VT_ARRAY | VT_BSTR) && type == (CIM_STRING | CIM_FLAG_ARRAY);
-    }
+    if (type == CIM_STRING) return value.vt == VT_BSTR;
+    if (type == CIM_DATETIME) return value.vt == VT_BSTR && SysStringLen(value.bstrVal) == 25;
+    if (type == CIM_BOOLEAN) return value.vt == VT_BOOL;
+    if (type == CIM_REAL32) return value.vt == VT_R4;
+    return value.vt == VT_I4;
 }
 
 }  // namespace
@@ -82,18 +69,15 @@ class FakeClassObject final : public RefusingClassObject {
 
     HRESULT Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"Get " + Text(wszName) + Flags(lFlags));
-        if (failure != S_OK) return failure;
-        Property* const property = m_Content.Find(wszName);
-        if (property == nullptr) return WBEM_E_NOT_FOUND;
-        return HandOut(*property, pVal, pType, plFlavor);
+        if (const HRESULT failure = m_Service.Enter(L"Get " + Text(wszName) + Flags(lFlags))) return failure;
+        const Property* const property = m_Content.Find(wszName);
+        return property != nullptr ? HandOut(*property, pVal, pType, plFlavor) : WBEM_E_NOT_FOUND;
     }
 
-    HRESULT Put(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE Type) override {
+    HRESULT Put(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE) override {
         const SparedAllocations spared;
-        const HRESULT failure =
-            m_Service.Enter(L"Put " + Text(wszName) + L" " + Number(pVal->vt) + Flags(lFlags, Type == 0));
-        if (failure != S_OK) return failure;
+        const std::wstring request = L"Put " + Text(wszName) + L" " + Number(pVal->vt);
+        if (const HRESULT failure = m_Service.Enter(request + Flags(lFlags))) return failure;
         Property* const property = m_Content.Find(wszName);
         if (property == nullptr) return WBEM_E_NOT_FOUND;
         if (!Fits(property->type, *pVal)) return WBEM_E_TYPE_MISMATCH;
@@ -103,8 +87,8 @@ class FakeClassObject final : public RefusingClassObject {
 
     HRESULT BeginEnumeration(long lEnumFlags) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"BeginEnumeration " + Number(lEnumFlags));
-        if (failure != S_OK) return failure;
+        if (const HRESULT failure = m_Service.Enter(L"BeginEnumeration " + Number(lEnumFlags)))
+            return failure;
         if (m_Position != NOT_BEGUN) return WBEM_E_UNEXPECTED;
         m_Position = 0;
         m_WithoutSystem = (lEnumFlags & WBEM_FLAG_NONSYSTEM_ONLY) != 0;
@@ -113,13 +97,12 @@ class FakeClassObject final : public RefusingClassObject {
 
     HRESULT Next(long lFlags, BSTR* strName, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) override {
         const SparedAllocations spared;
-        const HRESULT failure =
-            m_Service.Enter((pType != nullptr ? L"Next with type" : L"Next") + Flags(lFlags));
-        if (failure != S_OK) return failure;
+        const std::wstring request = pType != nullptr ? L"Next with type" : L"Next";
+        if (const HRESULT failure = m_Service.Enter(request + Flags(lFlags))) return failure;
         if (m_Position == NOT_BEGUN) return WBEM_E_UNEXPECTED;
         while (m_Position < m_Content.properties.size()) {
             const Property& property = m_Content.properties[m_Position++];
-            if (m_WithoutSystem && property.name.rfind(L"__", 0) == 0) continue;
+            if (m_WithoutSystem && property.name.starts_with(L"__")) continue;
             *strName = SysAllocString(property.name.c_str());
             return HandOut(property, pVal, pType, plFlavor);
         }
@@ -128,19 +111,15 @@ class FakeClassObject final : public RefusingClassObject {
 
     HRESULT EndEnumeration() override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"EndEnumeration");
         m_Position = NOT_BEGUN;
-        return failure;
+        return m_Service.Enter(L"EndEnumeration");
     }
 
     HRESULT SpawnInstance(long lFlags, IWbemClassObject** ppNewInstance) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"SpawnInstance" + Flags(lFlags));
-        if (failure != S_OK) return failure;
+        if (const HRESULT failure = m_Service.Enter(L"SpawnInstance" + Flags(lFlags))) return failure;
         if (!m_Content.isClass) return WBEM_E_INVALID_OBJECT;
-        Content instance = m_Content;
-        instance.isClass = false;
-        *ppNewInstance = m_Service.MakeObject(instance);
+        *ppNewInstance = m_Service.MakeObject({m_Content.className, false, m_Content.properties});
         return WBEM_S_NO_ERROR;
     }
 
@@ -168,9 +147,8 @@ class FakeEnumerator final : public RefusingEnumerator {
     HRESULT Next(long lTimeout, ULONG uCount, IWbemClassObject** apObjects, ULONG* puReturned) override {
         const SparedAllocations spared;
         *puReturned = 0;
-        const HRESULT failure =
-            m_Service.Enter(L"NextObject " + Number(lTimeout) + L" " + Number(static_cast<long>(uCount)));
-        if (failure != S_OK) return failure;
+        const std::wstring request = L"NextObject " + Number(lTimeout) + L" " + std::to_wstring(uCount);
+        if (const HRESULT failure = m_Service.Enter(request)) return failure;
         if (m_Position == m_Steps.size()) return WBEM_S_FALSE;
         const EnumerationStep& step = m_Steps[m_Position++];
         if (step.status != WBEM_S_NO_ERROR) return step.status;
@@ -187,77 +165,116 @@ class FakeEnumerator final : public RefusingEnumerator {
 
 class FakeServices final : public RefusingServices<IClientSecurity> {
  public:
-    explicit FakeServices(FakeService& service)
-        : RefusingServices<IClientSecurity>(service.m_Live), m_Service(service) {}
+    explicit FakeServices(FakeService& service) : RefusingServices(service.m_Live), m_Service(service) {}
 
-    HRESULT GetObject(const BSTR strObjectPath, long lFlags, IWbemContext* pCtx, IWbemClassObject** ppObject,
-                      IWbemCallResult** ppCallResult) override {
+    HRESULT GetObject(const BSTR strObjectPath, long lFlags, IWbemContext*, IWbemClassObject** ppObject,
+                      IWbemCallResult**) override {
         const SparedAllocations spared;
         *ppObject = nullptr;
-        const bool plain = pCtx == nullptr && ppCallResult == nullptr;
-        const HRESULT failure = m_Service.Enter(L"GetObject " + Text(strObjectPath) + Flags(lFlags, plain));
-        return failure != S_OK ? failure : m_Service.GetObject(Text(strObjectPath), ppObject);
+        const std::wstring path = Text(strObjectPath);
+        if (const HRESULT failure = m_Service.Enter(L"GetObject " + path + Flags(lFlags))) return failure;
+        const std::lock_guard lock(m_Service.m_Mutex);
+        const auto found = m_Service.m_Contents.find(path);
+        if (found == m_Service.m_Contents.end()) return WBEM_E_NOT_FOUND;
+        *ppObject = m_Service.MakeObject(found->second);
+        return WBEM_S_NO_ERROR;
     }
 
-    HRESULT CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemContext* pCtx,
+    HRESULT CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemContext*,
                                IEnumWbemClassObject** ppEnum) override {
         const SparedAllocations spared;
         *ppEnum = nullptr;
-        const HRESULT failure =
-            m_Service.Enter(L"CreateInstanceEnum " + Text(strFilter) + Flags(lFlags, pCtx == nullptr));
-        return failure != S_OK ? failure : m_Service.CreateInstanceEnum(Text(strFilter), ppEnum);
+        const std::wstring request = L"CreateInstanceEnum " + Text(strFilter);
+        if (const HRESULT failure = m_Service.Enter(request + Flags(lFlags))) return failure;
+        const std::lock_guard lock(m_Service.m_Mutex);
+        const auto& contents = m_Service.m_Contents;
+        const auto found = contents.find(Text(strFilter));
+        if (found == contents.end() || !found->second.isClass) return WBEM_E_INVALID_CLASS;
+        std::vector<EnumerationStep> steps = std::exchange(m_Service.m_Script, {});
+        if (!std::exchange(m_Service.m_HasScript, false)) {
+            for (const auto& [path, content] : contents)
+                if (!content.isClass && content.className == found->first)
+                    steps.push_back({WBEM_S_NO_ERROR, content});
+        }
+        *ppEnum = new FakeEnumerator(m_Service, std::move(steps));
+        (*ppEnum)->AddRef();
+        return WBEM_S_NO_ERROR;
     }
 
-    HRESULT PutInstance(IWbemClassObject* pInst, long lFlags, IWbemContext* pCtx,
-                        IWbemCallResult** ppCallResult) override {
+    HRESULT PutInstance(IWbemClassObject* pInst, long lFlags, IWbemContext*, IWbemCallResult**) override {
         const SparedAllocations spared;
-        const bool plain = pCtx == nullptr && ppCallResult == nullptr;
-        const HRESULT failure = m_Service.Enter(L"PutInstance" + Flags(lFlags, plain));
-        if (failure != S_OK) return failure;
-        return m_Service.PutInstance(static_cast<FakeClassObject*>(pInst)->GetContent(), lFlags);
+        if (const HRESULT failure = m_Service.Enter(L"PutInstance" + Flags(lFlags))) return failure;
+        Content instance = static_cast<FakeClassObject*>(pInst)->GetContent();
+        if (instance.isClass) return WBEM_E_INVALID_OBJECT;
+        const _variant_t& id = instance.Find(KEY)->value;
+        if (id.vt != VT_BSTR) return WBEM_E_ILLEGAL_NULL;
+        const std::wstring path = InstanceKey(instance.className, id.bstrVal);
+        const std::lock_guard lock(m_Service.m_Mutex);
+        const bool exists = m_Service.m_Contents.contains(path);
+        if (lFlags == WBEM_FLAG_UPDATE_ONLY && !exists) return WBEM_E_NOT_FOUND;
+        if (lFlags == WBEM_FLAG_CREATE_ONLY && exists) return WBEM_E_ALREADY_EXISTS;
+        m_Service.m_Contents[path] = std::move(instance);
+        return WBEM_S_NO_ERROR;
     }
 
     HRESULT DeleteInstance(const BSTR strObjectPath, long lFlags, IWbemContext*, IWbemCallResult**) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"DeleteInstance " + Text(strObjectPath) + Flags(lFlags));
-        return failure != S_OK ? failure : m_Service.DeleteInstance(Text(strObjectPath));
+        const std::wstring path = Text(strObjectPath);
+        if (const HRESULT failure = m_Service.Enter(L"DeleteInstance " + path + Flags(lFlags)))
+            return failure;
+        const std::lock_guard lock(m_Service.m_Mutex);
+        return m_Service.m_Contents.erase(path) != 0 ? WBEM_S_NO_ERROR : WBEM_E_NOT_FOUND;
     }
 
     HRESULT ExecNotificationQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
-                                       IWbemContext* pCtx, IWbemObjectSink* pResponseHandler) override {
+                                       IWbemContext*, IWbemObjectSink* pResponseHandler) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"ExecNotificationQueryAsync " + Text(strQueryLanguage) +
-                                                L" " + Text(strQuery) + Flags(lFlags, pCtx == nullptr));
-        return failure != S_OK ? failure : m_Service.Subscribe(pResponseHandler);
+        const std::wstring query = Text(strQueryLanguage) + L" " + Text(strQuery);
+        if (const HRESULT failure = m_Service.Enter(L"ExecNotificationQueryAsync " + query + Flags(lFlags)))
+            return failure;
+        const std::lock_guard lock(m_Service.m_Mutex);
+        m_Service.m_Sinks.emplace_back(pResponseHandler);
+        return WBEM_S_NO_ERROR;
     }
 
+    // Tells the sink before it returns.
     HRESULT CancelAsyncCall(IWbemObjectSink* pSink) override {
         const SparedAllocations spared;
-        const HRESULT failure = m_Service.Enter(L"CancelAsyncCall");
-        return failure != S_OK ? failure : m_Service.Cancel(pSink);
-    }
-
-    HRESULT QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*) override {
-        return E_NOTIMPL;
+        if (const HRESULT failure = m_Service.Enter(L"CancelAsyncCall")) return failure;
+        const CComPtr<IWbemObjectSink> cancelled(pSink);
+        {
+            const std::lock_guard lock(m_Service.m_Mutex);
+            if (std::erase(m_Service.m_Sinks, cancelled) == 0) return WBEM_E_NOT_FOUND;
+        }
+        return cancelled->SetStatus(WBEM_STATUS_COMPLETE, WBEM_E_CALL_CANCELLED, nullptr, nullptr);
     }
 
     HRESULT SetBlanket(IUnknown*, DWORD dwAuthnSvc, DWORD dwAuthzSvc, OLECHAR* pServerPrincName,
                        DWORD dwAuthnLevel, DWORD dwImpLevel, void* pAuthInfo, DWORD dwCapabilities) override {
         const SparedAllocations spared;
         const auto& identity = *static_cast<const COAUTHIDENTITY*>(pAuthInfo);
+        std::wstring blanket;
+        for (const DWORD setting :
+             {dwAuthnSvc, dwAuthzSvc, dwAuthnLevel, dwImpLevel, dwCapabilities, identity.Flags})
+            blanket += std::to_wstring(setting) + L" ";
         const auto text = [](const OLECHAR* units, ULONG length) {
-            return units != nullptr ? std::wstring(units, length) : std::wstring();
+            return units != nullptr ? std::wstring(units, length) : L"(null)";
         };
-        m_Service.AddBlanket(
-            {dwAuthnSvc, dwAuthzSvc, dwAuthnLevel, dwImpLevel, dwCapabilities, pServerPrincName != nullptr,
-             identity.User != nullptr, identity.Domain != nullptr, identity.Password != nullptr,
-             text(identity.User, identity.UserLength), text(identity.Domain, identity.DomainLength),
-             text(identity.Password, identity.PasswordLength), identity.Flags});
+        blanket += Text(pServerPrincName) + L" " + text(identity.Domain, identity.DomainLength) + L"\\" +
+                   text(identity.User, identity.UserLength) + L":" +
+                   text(identity.Password, identity.PasswordLength);
+        {
+            const std::lock_guard lock(m_Service.m_Mutex);
+            m_Service.m_Blankets.push_back(blanket);
+        }
         const HRESULT failure = m_Service.Enter(L"SetBlanket");
         return failure != S_OK ? failure : m_Service.blanketResult.load();
     }
 
-    HRESULT CopyProxy(IUnknown*, IUnknown**) override { return E_NOTIMPL; }
+    HRESULT QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*) override {
+        return REFUSED;
+    }
+    HRESULT CopyProxy(IUnknown*, IUnknown**) override { return REFUSED; }
 
  private:
     FakeService& m_Service;
@@ -273,9 +290,8 @@ class FakeLocator final : public ComObject<IWbemLocator> {
         const SparedAllocations spared;
         const bool plain = strUser == nullptr && strPassword == nullptr && strLocale == nullptr &&
                            lSecurityFlags == 0 && strAuthority == nullptr && pCtx == nullptr;
-        const HRESULT failure =
-            m_Service.Enter(L"ConnectServer " + Text(strNetworkResource) + (plain ? L"" : L" with more"));
-        if (failure != S_OK) return failure;
+        const std::wstring request = L"ConnectServer " + Text(strNetworkResource);
+        if (const HRESULT failure = m_Service.Enter(request + (plain ? L"" : L" with more"))) return failure;
         std::this_thread::sleep_for(m_Service.connectTime.load());
         if (m_Service.connectResult != S_OK) return m_Service.connectResult;
         *ppNamespace = new FakeServices(m_Service);
@@ -294,7 +310,7 @@ class FakeFactory final : public ComObject<IClassFactory> {
     HRESULT CreateInstance(IUnknown*, REFIID riid, void** ppvObject) override {
         const SparedAllocations spared;
         *ppvObject = nullptr;
-        if (const HRESULT failure = m_Service.Enter(L"CreateLocator"); failure != S_OK) return failure;
+        if (const HRESULT failure = m_Service.Enter(L"CreateLocator")) return failure;
         if (m_Service.locatorResult != S_OK) return m_Service.locatorResult;
         const CComPtr<IWbemLocator> locator(new FakeLocator(m_Service));
         return locator->QueryInterface(riid, ppvObject);
@@ -373,7 +389,7 @@ std::vector<std::wstring> FakeService::TakeRequests() {
     return std::exchange(m_Requests, {});
 }
 
-std::vector<Blanket> FakeService::Blankets() {
+std::vector<std::wstring> FakeService::Blankets() {
     const std::lock_guard lock(m_Mutex);
     return m_Blankets;
 }
@@ -390,74 +406,6 @@ HRESULT FakeService::Enter(const std::wstring& request) {
     if (m_UntilFailure == 0 || --m_UntilFailure != 0) return S_OK;
     m_HasFailed = true;
     return m_Failure;
-}
-
-HRESULT FakeService::GetObject(const std::wstring& path, IWbemClassObject** object) {
-    const std::lock_guard lock(m_Mutex);
-    const auto found = m_Contents.find(path);
-    if (found == m_Contents.end()) return WBEM_E_NOT_FOUND;
-    *object = MakeObject(found->second);
-    return WBEM_S_NO_ERROR;
-}
-
-HRESULT FakeService::CreateInstanceEnum(const std::wstring& className, IEnumWbemClassObject** enumerator) {
-    const std::lock_guard lock(m_Mutex);
-    const auto found = m_Contents.find(className);
-    if (found == m_Contents.end() || !found->second.isClass) return WBEM_E_INVALID_CLASS;
-    std::vector<EnumerationStep> steps = std::exchange(m_Script, {});
-    if (!std::exchange(m_HasScript, false)) {
-        for (const auto& [path, content] : m_Contents)
-            if (!content.isClass && content.className == className)
-                steps.push_back({WBEM_S_NO_ERROR, content});
-    }
-    *enumerator = new FakeEnumerator(*this, std::move(steps));
-    (*enumerator)->AddRef();
-    return WBEM_S_NO_ERROR;
-}
-
-HRESULT FakeService::PutInstance(const Content& content, long flags) {
-    const std::lock_guard lock(m_Mutex);
-    if (content.isClass) return WBEM_E_INVALID_OBJECT;
-    Content instance = content;
-    const _variant_t& id = instance.Find(KEY)->value;
-    if (id.vt != VT_BSTR) return WBEM_E_ILLEGAL_NULL;
-    const std::wstring path = InstanceKey(instance.className, id.bstrVal);
-    if (flags == WBEM_FLAG_UPDATE_ONLY && m_Contents.count(path) == 0) return WBEM_E_NOT_FOUND;
-    if (flags == WBEM_FLAG_CREATE_ONLY && m_Contents.count(path) != 0) return WBEM_E_ALREADY_EXISTS;
-    m_Contents[path] = std::move(instance);
-    return WBEM_S_NO_ERROR;
-}
-
-HRESULT FakeService::DeleteInstance(const std::wstring& path) {
-    const std::lock_guard lock(m_Mutex);
-    const auto found = m_Contents.find(path);
-    if (found == m_Contents.end()) return WBEM_E_NOT_FOUND;
-    if (found->second.isClass) return WBEM_E_INVALID_PARAMETER;
-    m_Contents.erase(found);
-    return WBEM_S_NO_ERROR;
-}
-
-HRESULT FakeService::Subscribe(IWbemObjectSink* sink) {
-    const std::lock_guard lock(m_Mutex);
-    m_Sinks.emplace_back(sink);
-    return WBEM_S_NO_ERROR;
-}
-
-HRESULT FakeService::Cancel(IWbemObjectSink* sink) {
-    CComPtr<IWbemObjectSink> cancelled;
-    {
-        const std::lock_guard lock(m_Mutex);
-        const auto found = std::find(m_Sinks.begin(), m_Sinks.end(), sink);
-        if (found == m_Sinks.end()) return WBEM_E_NOT_FOUND;
-        cancelled = *found;
-        m_Sinks.erase(found);
-    }
-    return cancelled->SetStatus(WBEM_STATUS_COMPLETE, WBEM_E_CALL_CANCELLED, nullptr, nullptr);
-}
-
-void FakeService::AddBlanket(const Blanket& blanket) {
-    const std::lock_guard lock(m_Mutex);
-    m_Blankets.push_back(blanket);
 }
 
 }  // namespace doubles

@@ -32,7 +32,6 @@ struct Property {
     static _variant_t Null();
 };
 
-// A value for one property of an instance.
 struct Assignment {
     std::wstring name;
     _variant_t value;
@@ -52,15 +51,6 @@ struct Content {
 struct EnumerationStep {
     HRESULT status = WBEM_S_NO_ERROR;
     Content object;
-};
-
-// How the proxy of a connection was asked to be secured.
-struct Blanket {
-    DWORD authentication, authorisation, level, impersonation, capabilities;
-    bool hasPrincipal;
-    bool hasUser, hasDomain, hasPassword;
-    std::wstring user, domain, password;
-    ULONG flags;
 };
 
 class FakeService {
@@ -94,9 +84,12 @@ class FakeService {
     bool HasFailed() const { return m_HasFailed; }
 
     // The requests since the last call, as "GetObject Cls.INSTANCE_ID="42"" and the like; " with more" where
-    // a context or a call result came along.
+    // a connection was asked for with more than its path.
     std::vector<std::wstring> TakeRequests();
-    std::vector<Blanket> Blankets();
+    // How the proxies of connections were asked to be secured, since the last call of Forget: the five
+    // settings and the identity's flags, the principal, and "domain\\user:password", "(null)" where one is
+    // null.
+    std::vector<std::wstring> Blankets();
     // Drops the records of both.
     void Forget();
     long LiveObjects() const { return m_Live; }
@@ -117,22 +110,13 @@ class FakeService {
     // Counts and records a request. The status that it is to fail with, or S_OK.
     HRESULT Enter(const std::wstring& request);
 
-    HRESULT GetObject(const std::wstring& path, IWbemClassObject** object);
-    HRESULT CreateInstanceEnum(const std::wstring& className, IEnumWbemClassObject** enumerator);
-    HRESULT PutInstance(const Content& content, long flags);
-    HRESULT DeleteInstance(const std::wstring& path);
-    HRESULT Subscribe(IWbemObjectSink* sink);
-    // Tells the sink before it returns.
-    HRESULT Cancel(IWbemObjectSink* sink);
-    void AddBlanket(const Blanket& blanket);
-
     std::mutex m_Mutex;
     std::map<std::wstring, Content> m_Contents;  // by relative path
     std::vector<EnumerationStep> m_Script;
     bool m_HasScript = false;
     std::vector<CComPtr<IWbemObjectSink>> m_Sinks;
     std::vector<std::wstring> m_Requests;
-    std::vector<Blanket> m_Blankets;
+    std::vector<std::wstring> m_Blankets;
     int m_UntilFailure = 0;
     HRESULT m_Failure = S_OK;
     std::atomic<bool> m_HasFailed{false};

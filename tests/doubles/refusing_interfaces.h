@@ -12,68 +12,45 @@ inline constexpr HRESULT REFUSED = WBEM_E_NOT_SUPPORTED;
 
 template <typename... Others>
 class RefusingServices : public ComObject<IWbemServices, Others...> {
+    // What most requests take.
+    using Context = IWbemContext*;
+    using Result = IWbemCallResult**;
+    using Object = IWbemClassObject*;
+    using Enumerator = IEnumWbemClassObject**;
+    using Sink = IWbemObjectSink*;
+
  public:
     using ComObject<IWbemServices, Others...>::ComObject;
 
-    HRESULT OpenNamespace(const BSTR, long, IWbemContext*, IWbemServices**, IWbemCallResult**) override {
+    HRESULT OpenNamespace(const BSTR, long, Context, IWbemServices**, Result) override { return REFUSED; }
+    HRESULT CancelAsyncCall(Sink) override { return REFUSED; }
+    HRESULT QueryObjectSink(long, Sink*) override { return REFUSED; }
+    HRESULT GetObject(const BSTR, long, Context, Object*, Result) override { return REFUSED; }
+    HRESULT GetObjectAsync(const BSTR, long, Context, Sink) override { return REFUSED; }
+    HRESULT PutClass(Object, long, Context, Result) override { return REFUSED; }
+    HRESULT PutClassAsync(Object, long, Context, Sink) override { return REFUSED; }
+    HRESULT DeleteClass(const BSTR, long, Context, Result) override { return REFUSED; }
+    HRESULT DeleteClassAsync(const BSTR, long, Context, Sink) override { return REFUSED; }
+    HRESULT CreateClassEnum(const BSTR, long, Context, Enumerator) override { return REFUSED; }
+    HRESULT CreateClassEnumAsync(const BSTR, long, Context, Sink) override { return REFUSED; }
+    HRESULT PutInstance(Object, long, Context, Result) override { return REFUSED; }
+    HRESULT PutInstanceAsync(Object, long, Context, Sink) override { return REFUSED; }
+    HRESULT DeleteInstance(const BSTR, long, Context, Result) override { return REFUSED; }
+    HRESULT DeleteInstanceAsync(const BSTR, long, Context, Sink) override { return REFUSED; }
+    HRESULT CreateInstanceEnum(const BSTR, long, Context, Enumerator) override { return REFUSED; }
+    HRESULT CreateInstanceEnumAsync(const BSTR, long, Context, Sink) override { return REFUSED; }
+    HRESULT ExecQuery(const BSTR, const BSTR, long, Context, Enumerator) override { return REFUSED; }
+    HRESULT ExecQueryAsync(const BSTR, const BSTR, long, Context, Sink) override { return REFUSED; }
+    HRESULT ExecNotificationQuery(const BSTR, const BSTR, long, Context, Enumerator) override {
         return REFUSED;
     }
-    HRESULT CancelAsyncCall(IWbemObjectSink*) override { return REFUSED; }
-    HRESULT QueryObjectSink(long, IWbemObjectSink**) override { return REFUSED; }
-    HRESULT GetObject(const BSTR, long, IWbemContext*, IWbemClassObject**, IWbemCallResult**) override {
+    HRESULT ExecNotificationQueryAsync(const BSTR, const BSTR, long, Context, Sink) override {
         return REFUSED;
     }
-    HRESULT GetObjectAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) override { return REFUSED; }
-    HRESULT PutClass(IWbemClassObject*, long, IWbemContext*, IWbemCallResult**) override { return REFUSED; }
-    HRESULT PutClassAsync(IWbemClassObject*, long, IWbemContext*, IWbemObjectSink*) override {
+    HRESULT ExecMethod(const BSTR, const BSTR, long, Context, Object, Object*, Result) override {
         return REFUSED;
     }
-    HRESULT DeleteClass(const BSTR, long, IWbemContext*, IWbemCallResult**) override { return REFUSED; }
-    HRESULT DeleteClassAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) override { return REFUSED; }
-    HRESULT CreateClassEnum(const BSTR, long, IWbemContext*, IEnumWbemClassObject**) override {
-        return REFUSED;
-    }
-    HRESULT CreateClassEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) override {
-        return REFUSED;
-    }
-    HRESULT PutInstance(IWbemClassObject*, long, IWbemContext*, IWbemCallResult**) override {
-        return REFUSED;
-    }
-    HRESULT PutInstanceAsync(IWbemClassObject*, long, IWbemContext*, IWbemObjectSink*) override {
-        return REFUSED;
-    }
-    HRESULT DeleteInstance(const BSTR, long, IWbemContext*, IWbemCallResult**) override { return REFUSED; }
-    HRESULT DeleteInstanceAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) override {
-        return REFUSED;
-    }
-    HRESULT CreateInstanceEnum(const BSTR, long, IWbemContext*, IEnumWbemClassObject**) override {
-        return REFUSED;
-    }
-    HRESULT CreateInstanceEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) override {
-        return REFUSED;
-    }
-    HRESULT ExecQuery(const BSTR, const BSTR, long, IWbemContext*, IEnumWbemClassObject**) override {
-        return REFUSED;
-    }
-    HRESULT ExecQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemObjectSink*) override {
-        return REFUSED;
-    }
-    HRESULT ExecNotificationQuery(const BSTR, const BSTR, long, IWbemContext*,
-                                  IEnumWbemClassObject**) override {
-        return REFUSED;
-    }
-    HRESULT ExecNotificationQueryAsync(const BSTR, const BSTR, long, IWbemContext*,
-                                       IWbemObjectSink*) override {
-        return REFUSED;
-    }
-    HRESULT ExecMethod(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*, IWbemClassObject**,
-                       IWbemCallResult**) override {
-        return REFUSED;
-    }
-    HRESULT ExecMethodAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*,
-                            IWbemObjectSink*) override {
-        return REFUSED;
-    }
+    HRESULT ExecMethodAsync(const BSTR, const BSTR, long, Context, Object, Sink) override { return REFUSED; }
 };
 
 class RefusingClassObject : public ComObject<IWbemClassObject> {
@@ -108,7 +85,7 @@ class RefusingClassObject : public ComObject<IWbemClassObject> {
 
 class RefusingEnumerator : public ComObject<IEnumWbemClassObject> {
  public:
-    using ComObject<IEnumWbemClassObject>::ComObject;
+    explicit RefusingEnumerator(std::atomic<long>& live) noexcept : ComObject(live) {}
 
     HRESULT Reset() override { return REFUSED; }
     HRESULT Next(long, ULONG, IWbemClassObject**, ULONG*) override { return REFUSED; }

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <functional>
-#include <iostream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -19,7 +18,6 @@
 
 namespace {
 
-using testing::_;
 using testing::HasSubstr;
 using testing::Return;
 
@@ -87,8 +85,7 @@ class ComTest : public testing::Test {
     }
 };
 
-TEST(ComThreadTest, EveryThreadInitialisesForItself) {
-    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+TEST_F(ComTest, EveryThreadInitialisesForItself) {
     std::jthread([] {
         Factory factory;
         IUnknown* made = &factory;
@@ -102,7 +99,6 @@ TEST(ComThreadTest, EveryThreadInitialisesForItself) {
                   CO_E_NOTINITIALIZED);
         EXPECT_EQ(factory.references, 0U);
     }).join();
-    CoUninitialize();
 }
 
 TEST(ComThreadTest, InitialisationsAreCountedAndKeepTheirModel) {
@@ -125,50 +121,41 @@ TEST(ComThreadTest, InitialisationsAreCountedAndKeepTheirModel) {
 }
 
 TEST_F(ComTest, LatestRegistrationWinsUntilRevoked) {
-    Factory first;
-    Factory second;
-    Factory other;
+    Factory first, second, other;
     const DWORD first_cookie = Register(first);
     const DWORD other_cookie = Register(other, CLSID_Other);
     const DWORD second_cookie = Register(second);
-    EXPECT_NE(first_cookie, second_cookie);
     EXPECT_EQ(Create(), static_cast<IUnknown*>(&second));
     EXPECT_EQ(Create(CLSID_Other), static_cast<IUnknown*>(&other));
 
     EXPECT_EQ(CoRevokeClassObject(second_cookie), S_OK);
     EXPECT_EQ(CoRevokeClassObject(second_cookie), E_INVALIDARG);
-    EXPECT_EQ(second.references, 0U);
     EXPECT_EQ(Create(), static_cast<IUnknown*>(&first));
-
     EXPECT_EQ(CoRevokeClassObject(first_cookie), S_OK);
     EXPECT_EQ(CoRevokeClassObject(other_cookie), S_OK);
-    EXPECT_EQ(first.references, 0U);
-    EXPECT_EQ(other.references, 0U);
+    EXPECT_EQ(first.references + second.references + other.references, 0U);
 }
 
 TEST_F(ComTest, FailuresLeaveNullAndTheirOwnResult) {
     Factory failing(E_ACCESSDENIED);
     const DWORD cookie = Register(failing);
     Factory outer;
-    IUnknown* made = &outer;
-    EXPECT_EQ(CoCreateInstance(CLSID_Thing, nullptr, CLSCTX_SERVER, IID_PPV_ARGS(&made)), E_ACCESSDENIED);
-    EXPECT_EQ(made, nullptr);
-    made = &outer;
-    EXPECT_EQ(CoCreateInstance(CLSID_Thing, &outer, CLSCTX_SERVER, IID_PPV_ARGS(&made)),
-              CLASS_E_NOAGGREGATION);
-    EXPECT_EQ(made, nullptr);
+    for (IUnknown* const aggregate : {static_cast<IUnknown*>(nullptr), static_cast<IUnknown*>(&outer)}) {
+        IUnknown* made = &outer;
+        EXPECT_EQ(CoCreateInstance(CLSID_Thing, aggregate, CLSCTX_SERVER, IID_PPV_ARGS(&made)),
+                  aggregate == nullptr ? E_ACCESSDENIED : CLASS_E_NOAGGREGATION);
+        EXPECT_EQ(made, nullptr);
+    }
     IErrorInfo* wrong = nullptr;
     EXPECT_EQ(CoGetClassObject(CLSID_Thing, CLSCTX_SERVER, nullptr, IID_PPV_ARGS(&wrong)), E_NOINTERFACE);
-
-    EXPECT_EQ(CoGetClassObject(CLSID_Thing, 0, nullptr, IID_PPV_ARGS(&made)), E_INVALIDARG);
-    EXPECT_EQ(CoGetClassObject(CLSID_Thing, CLSCTX_SERVER, &outer, IID_PPV_ARGS(&made)), E_INVALIDARG);
+    EXPECT_EQ(CoGetClassObject(CLSID_Thing, 0, nullptr, IID_PPV_ARGS(&wrong)), E_INVALIDARG);
+    EXPECT_EQ(CoGetClassObject(CLSID_Thing, CLSCTX_SERVER, &outer, IID_PPV_ARGS(&wrong)), E_INVALIDARG);
     EXPECT_EQ(CoCreateInstance(CLSID_Thing, nullptr, CLSCTX_SERVER, IID_IUnknown, nullptr), E_POINTER);
     DWORD refused = 42;
     EXPECT_EQ(CoRegisterClassObject(CLSID_Thing, nullptr, CLSCTX_SERVER, 0, &refused), E_INVALIDARG);
     EXPECT_EQ(refused, 0U);
     EXPECT_EQ(CoRegisterClassObject(CLSID_Thing, &outer, CLSCTX_SERVER, 0, nullptr), E_INVALIDARG);
     EXPECT_EQ(CoRegisterClassObject(CLSID_Thing, &outer, 0, 0, &refused), E_INVALIDARG);
-
     EXPECT_EQ(CoRevokeClassObject(cookie), S_OK);
     EXPECT_EQ(failing.references, 0U);
 }
@@ -191,25 +178,20 @@ TEST_F(ComTest, ExhaustedMemoryRegistersNothing) {
 
 // A lock held over the call would stop the test here.
 TEST_F(ComTest, ClassObjectsMayCallTheRuntimeBack) {
-    Factory factory;
-    Factory from_within;
+    Factory factory, from_within;
     DWORD cookie = Register(factory);
     factory.on_query = [&] {
-        const DWORD inner = Register(from_within, CLSID_Other);
-        std::jthread([inner] {
+        // On another thread, which a lock of this one's would not let in.
+        std::jthread([inner = Register(from_within, CLSID_Other)] {
             CoInitializeEx(nullptr, COINIT_MULTITHREADED);
             EXPECT_EQ(CoRevokeClassObject(inner), S_OK);
             CoUninitialize();
         }).join();
         EXPECT_EQ(CoRevokeClassObject(cookie), S_OK);
     };
-    bool released_outside_the_lock = false;
-    factory.on_last_release = [&] {
-        cookie = Register(from_within);
-        released_outside_the_lock = true;
-    };
+    factory.on_last_release = [&] { cookie = Register(from_within); };
     EXPECT_EQ(Create(), static_cast<IUnknown*>(&factory)) << "revoked while it was in use";
-    EXPECT_TRUE(released_outside_the_lock);
+    EXPECT_FALSE(factory.on_last_release) << "released";
     EXPECT_EQ(CoRevokeClassObject(cookie), S_OK);
     EXPECT_EQ(from_within.references, 0U);
 }
@@ -223,10 +205,9 @@ TEST_F(ComTest, ThreadsRegisterCreateAndRevokeAtOnce) {
         for (int round = 0; round < 2'000; ++round) {
             Factory own;
             DWORD cookie = 0;
-            if (FAILED(CoRegisterClassObject(CLSID_Other, &own, CLSCTX_SERVER, 0, &cookie))) ++failures;
-            if (Create() == nullptr) ++failures;
-            if (FAILED(CoRevokeClassObject(cookie))) ++failures;
-            if (own.references != 0) ++failures;
+            if (FAILED(CoRegisterClassObject(CLSID_Other, &own, CLSCTX_SERVER, 0, &cookie)) ||
+                Create() == nullptr || FAILED(CoRevokeClassObject(cookie)) || own.references != 0)
+                ++failures;
         }
         CoUninitialize();
     });
@@ -235,14 +216,12 @@ TEST_F(ComTest, ThreadsRegisterCreateAndRevokeAtOnce) {
     EXPECT_EQ(base.references, 0U);
 }
 
-std::wstring TakeErrorText(HRESULT* code) {
+std::wstring TakeErrorText() {
     CComPtr<IErrorInfo> info;
     if (GetErrorInfo(0, &info) != S_OK) return {};
-    CComPtr<IErrorCode> error_code;
-    if (SUCCEEDED(info.QueryInterface(&error_code))) error_code->GetCode(code);
     CComBSTR text;
     info->GetDescription(&text);
-    return {text, text.Length()};
+    return Units(text);
 }
 
 HRESULT CreateFromModule(REFCLSID clsid, DWORD context = CLSCTX_SERVER) {
@@ -252,37 +231,21 @@ HRESULT CreateFromModule(REFCLSID clsid, DWORD context = CLSCTX_SERVER) {
     return hr;
 }
 
-void ExpectMissingModule(const char* path, const wchar_t* named) {
-    setenv("MGMT_SERVICE_MODULE", path, 1);
-    HRESULT code = S_OK;
-    EXPECT_EQ(CreateFromModule(CLSID_Only), REGDB_E_CLASSNOTREG);
-    EXPECT_THAT(TakeErrorText(&code), HasSubstr(named));
-    EXPECT_EQ(code, REGDB_E_CLASSNOTREG);
-}
-
-// Ends the process of a death test; the test that started it shows what is written to standard error.
-[[noreturn]] void ExitWithOutcome() {
-    const testing::TestResult& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
-    for (int i = 0; i < result.total_part_count(); ++i) {
-        const testing::TestPartResult& part = result.GetTestPartResult(i);
-        if (part.failed())
-            std::cerr << part.file_name() << ':' << part.line_number() << ": " << part.message();
-    }
-    std::exit(result.Failed() ? 1 : 0);
-}
-
 // The module is loaded once in a process, so the whole story is told in one of its own.
 [[noreturn]] void LiveThroughModuleLoading() {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    ExpectMissingModule("/nonexistent/module.so", L"/nonexistent/module.so");
-    ExpectMissingModule("/nonexistent/\xC3\xA4.so", L"/nonexistent/\u00E4.so");
-    ExpectMissingModule("/nonexistent/\xFF.so", L"cannot be used");
-
-    setenv("MGMT_SERVICE_MODULE", "libm.so.6", 1);
-    HRESULT code = S_OK;
-    EXPECT_EQ(CreateFromModule(CLSID_Only), CO_E_ERRORINDLL);
-    EXPECT_THAT(TakeErrorText(&code), HasSubstr(L"DllGetClassObject"));
-
+    const struct {
+        const char* path;
+        HRESULT result;
+        const wchar_t* named;
+    } unusable[] = {{"/nonexistent/\xC3\xA4.so", REGDB_E_CLASSNOTREG, L"/nonexistent/\u00E4.so"},
+                    {"/nonexistent/\xFF.so", REGDB_E_CLASSNOTREG, L"cannot be used"},
+                    {"libm.so.6", CO_E_ERRORINDLL, L"DllGetClassObject"}};
+    for (const auto& [path, result, named] : unusable) {
+        setenv("MGMT_SERVICE_MODULE", path, 1);
+        EXPECT_EQ(CreateFromModule(CLSID_Only), result);
+        EXPECT_THAT(TakeErrorText(), HasSubstr(named));
+    }
     FailEachAllocation([] {
         const HRESULT hr = CreateFromModule(CLSID_Only);
         EXPECT_TRUE(hr == CO_E_ERRORINDLL || hr == E_OUTOFMEMORY) << hr;
@@ -307,7 +270,7 @@ void ExpectMissingModule(const char* path, const wchar_t* named) {
     EXPECT_FALSE(factory.on_query) << "what is registered comes before the module";
     EXPECT_EQ(CoRevokeClassObject(cookie), S_OK);
     CoUninitialize();
-    ExitWithOutcome();
+    std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 [[noreturn]] void LoadModuleFromManyThreads() {
@@ -317,7 +280,7 @@ void ExpectMissingModule(const char* path, const wchar_t* named) {
         EXPECT_EQ(CreateFromModule(CLSID_Only), S_OK);
         CoUninitialize();
     });
-    ExitWithOutcome();
+    std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 TEST(ServiceModuleDeathTest, IsFoundLoadedOnceAndKept) {
@@ -326,49 +289,35 @@ TEST(ServiceModuleDeathTest, IsFoundLoadedOnceAndKept) {
     EXPECT_EXIT(LoadModuleFromManyThreads(), testing::ExitedWithCode(0), "");
 }
 
-class Proxy final : public IClientSecurity {
+class Proxy final : public doubles::ComObject<IClientSecurity> {
  public:
-    explicit Proxy(bool offers_security) : offers_security_(offers_security) {}
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override {
-        const bool known = riid == IID_IUnknown || (offers_security_ && riid == IID_IClientSecurity);
-        *out = known ? this : nullptr;
-        if (!known) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() override { return --references; }
+    explicit Proxy(std::atomic<long>& live) noexcept : ComObject(live) {}
 
     MOCK_METHOD(HRESULT, QueryBlanket, (IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*),
                 (override));
     MOCK_METHOD(HRESULT, SetBlanket, (IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void*, DWORD),
                 (override));
     MOCK_METHOD(HRESULT, CopyProxy, (IUnknown*, IUnknown**), (override));
-
-    ULONG references = 1;
-
- private:
-    bool offers_security_;
 };
 
 TEST(ProxyBlanketTest, SettingsReachTheObjectAndItsAnswerTheCaller) {
-    Proxy proxy(true);
+    std::atomic<long> live{0};
+    auto* const proxy = new Proxy(live);
+    const CComPtr<IClientSecurity> held(proxy);
     COAUTHIDENTITY identity = {};
     wchar_t principal[] = L"principal";
-    EXPECT_CALL(proxy,
-                SetBlanket(&proxy, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NAME, principal, RPC_C_AUTHN_LEVEL_CALL,
+    EXPECT_CALL(*proxy,
+                SetBlanket(proxy, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NAME, principal, RPC_C_AUTHN_LEVEL_CALL,
                            RPC_C_IMP_LEVEL_DELEGATE, &identity, EOAC_MUTUAL_AUTH))
         .WillOnce(Return(E_ACCESSDENIED));
-    EXPECT_EQ(
-        CoSetProxyBlanket(&proxy, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NAME, principal, RPC_C_AUTHN_LEVEL_CALL,
-                          RPC_C_IMP_LEVEL_DELEGATE, &identity, EOAC_MUTUAL_AUTH),
-        E_ACCESSDENIED);
-    EXPECT_EQ(proxy.references, 1U);
+    EXPECT_EQ(CoSetProxyBlanket(proxy, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NAME, principal, RPC_C_AUTHN_LEVEL_CALL,
+                                RPC_C_IMP_LEVEL_DELEGATE, &identity, EOAC_MUTUAL_AUTH),
+              E_ACCESSDENIED);
+    EXPECT_EQ(proxy->AddRef(), 2U);
+    EXPECT_EQ(proxy->Release(), 1U) << "what was asked for its security is released";
 
-    Proxy plain(false);
-    EXPECT_CALL(plain, SetBlanket(_, _, _, _, _, _, _, _)).Times(0);
-    EXPECT_EQ(CoSetProxyBlanket(&plain, 0, 0, nullptr, 0, 0, nullptr, 0), E_NOINTERFACE);
+    const CComPtr<IUnknown> plain(new CountedObject(live));
+    EXPECT_EQ(CoSetProxyBlanket(plain, 0, 0, nullptr, 0, 0, nullptr, 0), E_NOINTERFACE);
     EXPECT_EQ(CoSetProxyBlanket(nullptr, 0, 0, nullptr, 0, 0, nullptr, 0), E_INVALIDARG);
 }
 

@@ -55,30 +55,20 @@ Handle Unnamed(bool is_manual, bool is_set = false) {
     return Handle(CreateEventW(nullptr, is_manual, is_set, nullptr));
 }
 
-TEST(EventTest, AutomaticOneStaysSetUntilOneWaitTakesIt) {
-    const Handle event = Unnamed(false, true);
-    EXPECT_TRUE(IsLetThrough(event));
-    EXPECT_FALSE(IsLetThrough(event));
-    EXPECT_TRUE(SetEvent(event.get()));
-    EXPECT_TRUE(SetEvent(event.get()));
-    EXPECT_TRUE(IsLetThrough(event, INFINITE));
-    EXPECT_FALSE(IsLetThrough(event));
-    EXPECT_TRUE(SetEvent(event.get()));
-    EXPECT_TRUE(ResetEvent(event.get()));
-    EXPECT_TRUE(ResetEvent(event.get()));
-    EXPECT_FALSE(IsLetThrough(event));
-}
-
-TEST(EventTest, ManualOneLetsEveryWaitThroughUntilItIsReset) {
-    const Handle event = Unnamed(true, true);
-    EXPECT_TRUE(IsLetThrough(event));
-    EXPECT_TRUE(IsLetThrough(event, INFINITE));
-    EXPECT_TRUE(ResetEvent(event.get()));
-    EXPECT_FALSE(IsLetThrough(event));
-    EXPECT_TRUE(SetEvent(event.get()));
-    EXPECT_TRUE(SetEvent(event.get()));
-    EXPECT_TRUE(ResetEvent(event.get()));
-    EXPECT_FALSE(IsLetThrough(event));
+TEST(EventTest, AutomaticOneLetsOneWaitThroughAManualOneAllUntilItIsReset) {
+    for (const bool is_manual : {false, true}) {
+        const Handle event = Unnamed(is_manual, true);
+        EXPECT_TRUE(IsLetThrough(event));
+        EXPECT_EQ(IsLetThrough(event), is_manual);
+        EXPECT_TRUE(SetEvent(event.get()));
+        EXPECT_TRUE(SetEvent(event.get()));
+        EXPECT_TRUE(IsLetThrough(event, INFINITE));
+        EXPECT_EQ(IsLetThrough(event), is_manual);
+        EXPECT_TRUE(SetEvent(event.get()));
+        EXPECT_TRUE(ResetEvent(event.get()));
+        EXPECT_TRUE(ResetEvent(event.get()));
+        EXPECT_FALSE(IsLetThrough(event));
+    }
 }
 
 TEST(EventTest, EachSetReleasesOneSleeperEvenIfNoneHasRunYet) {
@@ -97,18 +87,14 @@ TEST(EventTest, EachSetReleasesOneSleeperEvenIfNoneHasRunYet) {
 }
 
 TEST(EventTest, ResetTakesNothingFromThoseWhoSleptWhenItWasSet) {
-    const Handle manual = Unnamed(true);
-    const Handle automatic = Unnamed(false);
-    Sleepers all(manual.get(), 3);
-    Sleepers one(automatic.get(), 1);
-    SetEvent(manual.get());
-    ResetEvent(manual.get());
-    SetEvent(automatic.get());
-    ResetEvent(automatic.get());
-    all.Await(3);
-    one.Await(1);
-    EXPECT_FALSE(IsLetThrough(manual));
-    EXPECT_FALSE(IsLetThrough(automatic));
+    for (const bool is_manual : {false, true}) {
+        const Handle event = Unnamed(is_manual);
+        Sleepers sleepers(event.get(), is_manual ? 3 : 1);
+        SetEvent(event.get());
+        ResetEvent(event.get());
+        sleepers.Await(is_manual ? 3 : 1);
+        EXPECT_FALSE(IsLetThrough(event));
+    }
 }
 
 // Every way into the word at once: sets, sleeps with and without end, looks, resets. What the event guards is
@@ -171,12 +157,10 @@ TEST(EventTest, TimeOutIsNeverShort) {
     struct sigaction action = {}, before = {};
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, &before);
-    for (const bool is_manual : {false, true}) {
-        const Handle event = Unnamed(is_manual);
-        std::atomic<bool> is_done = false;
-        const pthread_t sleeper = pthread_self();
-        std::jthread disturber([&] {
-            while (!is_done) {
+    {
+        const Handle event = Unnamed(false);
+        std::jthread disturber([sleeper = pthread_self()](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
                 pthread_kill(sleeper, SIGUSR1);
                 std::this_thread::sleep_for(milliseconds(5));
             }
@@ -184,7 +168,6 @@ TEST(EventTest, TimeOutIsNeverShort) {
         const auto start = steady_clock::now();
         EXPECT_EQ(WaitForSingleObject(event.get(), 1060), WAIT_TIMEOUT);
         EXPECT_GE(steady_clock::now() - start, milliseconds(1060));
-        is_done = true;
     }
     sigaction(SIGUSR1, &before, nullptr);
 }
@@ -192,28 +175,27 @@ TEST(EventTest, TimeOutIsNeverShort) {
 TEST(EventTest, OnlyOpenHandlesAreHandles) {
     Handle event = Unnamed(true, true);
     const HANDLE closed = event.get();
-    EXPECT_TRUE(CloseHandle(closed));
+    event.Close();
     const Handle next = Unnamed(true, true);
     int local = 0;
     const HANDLE beside = static_cast<char*>(next.get()) + 1;
-    for (const HANDLE handle : {HANDLE{closed}, HANDLE{nullptr}, HANDLE{&local}, beside}) {
-        const auto fails = [](auto call) {
+    for (const HANDLE handle : {HANDLE{closed}, HANDLE{nullptr}, HANDLE{&local}, beside})
+        for (const auto call : {CloseHandle, SetEvent, ResetEvent}) {
             SetLastError(ERROR_SUCCESS);
-            return call() && GetLastError() == ERROR_INVALID_HANDLE;
-        };
-        EXPECT_TRUE(fails([&] { return CloseHandle(handle) == FALSE; }));
-        EXPECT_TRUE(fails([&] { return SetEvent(handle) == FALSE; }));
-        EXPECT_TRUE(fails([&] { return ResetEvent(handle) == FALSE; }));
-        EXPECT_TRUE(fails([&] { return WaitForSingleObject(handle, INFINITE) == WAIT_FAILED; }));
-    }
+            EXPECT_FALSE(call(handle));
+            EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+            SetLastError(ERROR_SUCCESS);
+            EXPECT_EQ(WaitForSingleObject(handle, INFINITE), WAIT_FAILED);
+            EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        }
     EXPECT_TRUE(IsLetThrough(next));
 }
 
 TEST(EventTest, HandleGivesTheRightsItWasOpenedWith) {
     const std::wstring name = TestName();
     const Handle event = CreateManual(name);
-    const Handle setter(OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str()));
-    const Handle waiter(OpenEventW(SYNCHRONIZE, TRUE, name.c_str()));
+    const Handle setter = Open(name, EVENT_MODIFY_STATE);
+    const Handle waiter = Open(name, SYNCHRONIZE);
     EXPECT_TRUE(SetEvent(setter.get()));
     EXPECT_TRUE(IsLetThrough(waiter));
     EXPECT_EQ(WaitForSingleObject(setter.get(), 0), WAIT_FAILED);
@@ -221,7 +203,7 @@ TEST(EventTest, HandleGivesTheRightsItWasOpenedWith) {
     SetLastError(ERROR_SUCCESS);
     EXPECT_FALSE(ResetEvent(waiter.get()));
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(OpenEventW(0x40, FALSE, name.c_str()), nullptr);
+    EXPECT_FALSE(Open(name, 0x40));
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
 }
 
@@ -247,17 +229,14 @@ TEST(EventTest, CreateSaysWhetherTheEventIsNew) {
     SetLastError(ERROR_FILE_NOT_FOUND);
     Handle first(CreateEventW(nullptr, TRUE, TRUE, name.c_str()));
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-    Handle second(CreateEventW(nullptr, FALSE, FALSE, name.c_str()));
+    Handle second = CreateAutomatic(name);
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    EXPECT_TRUE(IsLetThrough(second) && IsLetThrough(second)) << "it is the manual one, which is set";
     first.Close();
-    EXPECT_TRUE(Open(name));
+    EXPECT_TRUE(IsLetThrough(second) && IsLetThrough(second)) << "it is the manual one, which is set";
     second.Close();
     EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
     EXPECT_THAT(FilesOf(name), IsEmpty());
-    const Handle third = CreateManual(name);
-    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-    EXPECT_FALSE(IsLetThrough(third));
+    EXPECT_FALSE(IsLetThrough(CreateManual(name)));
 }
 
 TEST(EventTest, NamesAreToldApartByEveryUnit) {
@@ -299,20 +278,16 @@ TEST(EventTest, WhatCannotBeANameIsRefused) {
 
 TEST(EventTest, MemoryThatRunsOutLeavesNoFile) {
     const std::wstring name = TestName();
-    for (long allocation = 1;; ++allocation) {
-        Handle event(nullptr);
-        bool has_failed = false;
+    bool is_made = false;
+    for (long allocation = 1; !is_made; ++allocation) {
         {
             const doubles::FailingAllocation failing(allocation);
-            event = CreateManual(name);
-            has_failed = failing.HasFailed();
+            is_made = static_cast<bool>(CreateManual(name));
+            EXPECT_NE(is_made, failing.HasFailed());
         }
-        if (!has_failed) break;
-        EXPECT_FALSE(event);
-        EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(GetLastError(), is_made ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
         EXPECT_THAT(FilesOf(name), IsEmpty());
     }
-    EXPECT_THAT(FilesOf(name), IsEmpty());
 }
 
 }  // namespace

@@ -50,8 +50,8 @@ inline Handle CreateAutomatic(const std::wstring& name) {
 inline Handle CreateManual(const std::wstring& name) {
     return Handle(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
 }
-inline Handle Open(const std::wstring& name) {
-    return Handle(OpenEventW(EVENT_ALL_ACCESS, FALSE, name.c_str()));
+inline Handle Open(const std::wstring& name, DWORD access = EVENT_ALL_ACCESS) {
+    return Handle(OpenEventW(access, FALSE, name.c_str()));
 }
 
 // The last error of an attempt to open; ERROR_SUCCESS when it opened.

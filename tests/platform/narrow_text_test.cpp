@@ -44,14 +44,12 @@ TEST(MultiByteToWideChar, ReadsUtf8WhereNoLocaleIsSet) {
 }
 
 TEST(MultiByteToWideChar, RefusesWhatIsNotValidInsteadOfReplacingIt) {
-    for (const DWORD flags : {DWORD{0}, MB_ERR_INVALID_CHARS}) {
+    for (const DWORD flags : {DWORD{0}, MB_ERR_INVALID_CHARS})
         for (const std::string_view text :
              {"\x80", "\xC3", "\xC3(", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xED\xA0\x80", "\xED\xBF\xBF",
               "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF", "ok\xE2\x82", "\xE2\x82(",
-              "\xF0\x9F\x98"}) {
+              "\xF0\x9F\x98"})
             EXPECT_EQ(Widen(CP_UTF8, text, flags).error, INVALID) << ::testing::PrintToString(text);
-        }
-    }
     // The bytes behind the given ones do not count as a part of the text.
     EXPECT_EQ(Widen(CP_UTF8, std::string_view("\xC3\xA9", 1)).error, INVALID);
 }
@@ -74,20 +72,27 @@ TEST(MultiByteToWideChar, CountsTheClosingNullOnlyWhereNoLengthIsGiven) {
 
 TEST(MultiByteToWideChar, RefusesWrongArguments) {
     wchar_t wide[4] = {};
-    const auto errorOf = [](UINT page, DWORD flags, const char* text, int length, wchar_t* place, int room) {
+    const struct {
+        UINT page;
+        DWORD flags;
+        const char* text;
+        int length;
+        wchar_t* place;
+        int room;
+        DWORD error = ERROR_INVALID_PARAMETER;
+    } cases[] = {{CP_UTF8, 0, nullptr, 1, wide, 4},
+                 {CP_UTF8, 0, "a", 0, wide, 4},
+                 {CP_UTF8, 0, "a", -2, wide, 4},
+                 {CP_UTF8, 0, "a", 1, nullptr, 4},
+                 {CP_UTF8, 0, "a", 1, wide, -1},
+                 {CP_UTF8, 0, reinterpret_cast<const char*>(wide), 1, wide, 4},
+                 {99999, 0, "a", 1, wide, 4},
+                 {CP_ACP, 0x10 | MB_ERR_INVALID_CHARS, "a", 1, wide, 4, ERROR_INVALID_FLAGS}};
+    for (const auto& [page, flags, text, length, place, room, error] : cases) {
         SetLastError(ERROR_SUCCESS);
         EXPECT_EQ(MultiByteToWideChar(page, flags, text, length, place, room), 0);
-        return GetLastError();
-    };
-    EXPECT_EQ(errorOf(CP_UTF8, 0, nullptr, 1, wide, 4), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(CP_UTF8, 0, "a", 0, wide, 4), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(CP_UTF8, 0, "a", -2, wide, 4), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(CP_UTF8, 0, "a", 1, nullptr, 4), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(CP_UTF8, 0, "a", 1, wide, -1), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(CP_UTF8, 0, reinterpret_cast<const char*>(wide), 1, wide, 4), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(99999, 0, "a", 1, wide, 4), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(errorOf(CP_UTF8, 0x10, "a", 1, wide, 4), ERROR_INVALID_FLAGS);
-    EXPECT_EQ(errorOf(CP_ACP, 0x10 | MB_ERR_INVALID_CHARS, "a", 1, wide, 4), ERROR_INVALID_FLAGS);
+        EXPECT_EQ(GetLastError(), error);
+    }
 }
 
 TEST(MultiByteToWideChar, ReadsOtherCodePages) {
@@ -105,35 +110,22 @@ TEST(MultiByteToWideChar, ReadsOtherCodePages) {
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
 }
 
-// A locale with another encoding, made for the test where the system can make one.
-class LocalEncodingTest : public ::testing::Test {
- protected:
-    void SetUp() override {
-        m_Folder = std::filesystem::temp_directory_path() / ("locale-" + std::to_string(getpid()));
-        std::filesystem::create_directories(m_Folder);
-        const std::string target = (m_Folder / "latin").string();
-        const std::string command = "localedef -i en_US -f ISO-8859-15 " + target + " >/dev/null 2>&1";
-        // The result is not asked for: a warning counts as a failure there.
-        if (std::system(command.c_str()) == -1) GTEST_SKIP();
-        setenv("LOCPATH", m_Folder.c_str(), 1);
-        const bool isSet = std::setlocale(LC_ALL, "latin") != nullptr;
-        unsetenv("LOCPATH");
-        if (!isSet) GTEST_SKIP() << "no locale can be made here";
-    }
-
-    void TearDown() override {
-        std::setlocale(LC_ALL, "C");
-        std::filesystem::remove_all(m_Folder);
-    }
-
-    std::filesystem::path m_Folder;
-};
-
-TEST_F(LocalEncodingTest, IsTheOneOfTheLocale) {
+TEST(LocalEncodingTest, IsTheOneOfTheLocale) {
+    const auto folder = std::filesystem::temp_directory_path() / ("locale-" + std::to_string(getpid()));
+    std::filesystem::create_directories(folder);
+    const std::string command = "localedef -i en_US -f ISO-8859-15 " + (folder / "latin").string();
+    // Its result is not asked for: a warning counts as a failure there.
+    [[maybe_unused]] const int result = std::system((command + " >/dev/null 2>&1").c_str());
+    setenv("LOCPATH", folder.c_str(), 1);
+    const bool is_set = std::setlocale(LC_ALL, "latin") != nullptr;
+    unsetenv("LOCPATH");
+    std::filesystem::remove_all(folder);
+    if (!is_set) GTEST_SKIP() << "no locale can be made here";
     EXPECT_EQ(Widen(CP_ACP, "\xA4\xE9").text, L"\u20AC\u00E9");
     EXPECT_EQ(Widen(CP_UTF8, "\xA4\xE9").error, INVALID);
     EXPECT_TRUE(_bstr_t("\xA4") == L"\u20AC");
     EXPECT_TRUE(CComBSTR("\xA4") == L"\u20AC");
+    std::setlocale(LC_ALL, "C");
 }
 
 }  // namespace

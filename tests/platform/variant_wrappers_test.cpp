@@ -1,6 +1,7 @@
 #include <atomic>
 #include <climits>
 #include <utility>
+#include <vector>
 
 #include <atlbase.h>
 #include <comdef.h>
@@ -13,23 +14,19 @@ namespace {
 constexpr long BEYOND_32_BITS = 5'000'000'000;
 
 TEST(VariantWrapper, ConstructorsChooseTheType) {
-    EXPECT_EQ(_variant_t().vt, VT_EMPTY);
-    EXPECT_EQ(_variant_t(static_cast<short>(1)).vt, VT_I2);
-    EXPECT_EQ(_variant_t(1).vt, VT_INT);
-    EXPECT_EQ(_variant_t(1L).vt, VT_I4);
-    EXPECT_EQ(_variant_t(1LL).vt, VT_I8);
-    EXPECT_EQ(_variant_t(1u).vt, VT_UINT);
-    EXPECT_EQ(_variant_t(1ul).vt, VT_UI4);
-    EXPECT_EQ(_variant_t(1ull).vt, VT_UI8);
-    EXPECT_EQ(_variant_t(BYTE{1}).vt, VT_UI1);
-    EXPECT_EQ(_variant_t('a').vt, VT_I1);
-    EXPECT_EQ(_variant_t(1.0f).vt, VT_R4);
-    EXPECT_EQ(_variant_t(1.0).vt, VT_R8);
+    const wchar_t* const no_text = nullptr;
+    const _variant_t made[] = {
+        static_cast<short>(1), 1, 1L, 1LL, 1u, 1ul, 1ull, BYTE{1}, 'a', 1.0f, 1.0, no_text};
+    std::vector<VARTYPE> types;
+    for (const _variant_t& value : made)
+        types.push_back(value.vt);
+    EXPECT_EQ(types, (std::vector<VARTYPE>{VT_I2, VT_INT, VT_I4, VT_I8, VT_UINT, VT_UI4, VT_UI8, VT_UI1,
+                                           VT_I1, VT_R4, VT_R8, VT_BSTR}));
     EXPECT_EQ(_variant_t(1.0, VT_DATE).vt, VT_DATE);
     EXPECT_EQ(_variant_t(true).boolVal, VARIANT_TRUE);
     EXPECT_EQ(_variant_t(static_cast<short>(7), VT_BOOL).boolVal, VARIANT_TRUE);
-    EXPECT_EQ(_variant_t(256L, VT_BOOL).boolVal, VARIANT_TRUE);
-    EXPECT_EQ(_variant_t(static_cast<const wchar_t*>(nullptr)).vt, VT_BSTR);
+    EXPECT_EQ(CComVariant(true).boolVal, VARIANT_TRUE);
+    EXPECT_TRUE(CComVariant(1).vt == VT_I4 && CComVariant(1L).vt == VT_I4 && CComVariant(1u).vt == VT_UI4);
 
     EXPECT_EQ(ComErrorOf([] { _variant_t(1L, VT_I2); }), E_INVALIDARG);
     EXPECT_EQ(ComErrorOf([] { _variant_t(static_cast<short>(1), VT_I4); }), E_INVALIDARG);
@@ -37,6 +34,7 @@ TEST(VariantWrapper, ConstructorsChooseTheType) {
     EXPECT_EQ(ComErrorOf([] { _variant_t(static_cast<const VARIANT*>(nullptr)); }), E_POINTER);
     EXPECT_EQ(AtlErrorOf([] { CComVariant(1, VT_I2); }), E_INVALIDARG);
     EXPECT_EQ(AtlErrorOf([] { CComVariant(1L, VT_BOOL); }), E_INVALIDARG);
+    EXPECT_EQ(AtlErrorOf([] { CComVariant(static_cast<const SAFEARRAY*>(nullptr)); }), E_INVALIDARG);
 }
 
 TEST(VariantWrapper, ALongIsNeverCut) {
@@ -49,7 +47,6 @@ TEST(VariantWrapper, ALongIsNeverCut) {
     EXPECT_EQ(CComVariant(BEYOND_32_BITS).llVal, BEYOND_32_BITS);
 
     EXPECT_EQ(_variant_t(0x80004005L, VT_ERROR).scode, E_FAIL);
-    EXPECT_EQ(_variant_t(static_cast<long>(E_FAIL), VT_ERROR).scode, E_FAIL);
     EXPECT_EQ(ComErrorOf([] { _variant_t(BEYOND_32_BITS, VT_ERROR); }), E_INVALIDARG);
     EXPECT_EQ(_variant_t(1L << 40, VT_BOOL).boolVal, VARIANT_TRUE);
 }
@@ -98,33 +95,12 @@ TEST(VariantWrapper, OwnsWhatItHolds) {
     EXPECT_EQ(live, 0);
 }
 
-TEST(VariantWrapper, ALockedArrayIsReportedAndKept) {
-    _variant_t value;
-    value.vt = VT_ARRAY | VT_I4;
-    value.parray = SafeArrayCreateVector(VT_I4, 0, 1);
-    SafeArrayLock(value.parray);
-    VARIANT text = _variant_t(L"text").Detach();
-    EXPECT_EQ(ComErrorOf([&] { value.Clear(); }), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(ComErrorOf([&] { value.Attach(text); }), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(text.vt, VT_BSTR);
-    CComVariant other(text);
-    EXPECT_EQ(other.Detach(&value), DISP_E_ARRAYISLOCKED);
-    EXPECT_EQ(other.vt, VT_BSTR);
-    EXPECT_EQ(value.vt, VT_ARRAY | VT_I4);
-    SafeArrayUnlock(value.parray);
-    value.Attach(text);
-}
-
 TEST(VariantWrapper, ComparesTypeAndValue) {
-    EXPECT_TRUE(_variant_t() == _variant_t());
-    EXPECT_TRUE(_variant_t(1L) == _variant_t(1L));
-    EXPECT_TRUE(_variant_t(1L) != _variant_t(1));
-    EXPECT_TRUE(_variant_t(1LL << 32) != _variant_t(0LL));
     const _variant_t text(_bstr_t(MakeText(WITH_NULL), false));
-    EXPECT_TRUE(text == _variant_t(text));
-    EXPECT_TRUE(text != _variant_t(L"a"));
+    EXPECT_TRUE(_variant_t() == _variant_t() && _variant_t(1L) == _variant_t(1L) && text == _variant_t(text));
     EXPECT_TRUE(_variant_t(static_cast<const wchar_t*>(nullptr)) == _variant_t(L""));
-
+    EXPECT_TRUE(_variant_t(1L) != _variant_t(1) && _variant_t(1LL << 32) != _variant_t(0LL));
+    EXPECT_TRUE(text != _variant_t(L"a"));
     _variant_t array;
     array.vt = VT_ARRAY | VT_I4;
     array.parray = SafeArrayCreateVector(VT_I4, 0, 1);
@@ -144,11 +120,7 @@ TEST(VariantWrapper, ConvertsOrThrows) {
     EXPECT_EQ(value.llVal, 300);
 }
 
-TEST(AtlVariant, ConstructorsChooseTheType) {
-    EXPECT_EQ(CComVariant(1).vt, VT_I4);
-    EXPECT_EQ(CComVariant(1u).vt, VT_UI4);
-    EXPECT_EQ(CComVariant(1L).vt, VT_I4);
-    EXPECT_EQ(CComVariant(true).boolVal, VARIANT_TRUE);
+TEST(AtlVariant, AssignmentReplacesTypeAndValue) {
     CComVariant value(L"text");
     value = 5;
     EXPECT_EQ(value.vt, VT_I4);
@@ -159,7 +131,6 @@ TEST(AtlVariant, ConstructorsChooseTheType) {
     value = _variant_t(2.5);
     EXPECT_EQ(value.ChangeType(VT_I4), S_OK);
     EXPECT_EQ(value.lVal, 2);
-    EXPECT_EQ(AtlErrorOf([] { CComVariant(static_cast<const SAFEARRAY*>(nullptr)); }), E_INVALIDARG);
 }
 
 }  // namespace

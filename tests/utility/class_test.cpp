@@ -10,8 +10,8 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 
 constexpr wchar_t DATE_TEXT[] = L"19000101060000.000000+000";
 constexpr wchar_t INTERVAL_TEXT[] = L"00000008120000.000000:000";
@@ -56,27 +56,20 @@ TEST_F(ClassTest, ListsInstancesByTheirOwnClassNameAndId) {
         {{WBEM_S_NO_ERROR, Listed(L"Derived", L"x",
                                   {{L"Changed", CIM_DATETIME, _variant_t(DATE_TEXT)},
                                    {L"Interval", CIM_DATETIME, _variant_t(INTERVAL_TEXT)},
-                                   {L"KeepDays", CIM_UINT32, _variant_t(7L)},
                                    {L"Never", CIM_DATETIME},
                                    {L"Text", CIM_STRING, _variant_t(DATE_TEXT)}})}});
     CMgmtClass listing(L"Cls", true);
     EXPECT_THAT(service.TakeRequests(), IsEmpty()) << "nothing is asked before";
     CMgmtObjectCollection* const instances = listing.GetInstances();
-    EXPECT_THAT(service.TakeRequests(),
-                ElementsAre(L"CreateInstanceEnum Cls", L"NextObject 30000 1", L"Get __CLASS",
-                            L"Get INSTANCE_ID", L"BeginEnumeration 64", L"Next with type", L"Next with type",
-                            L"Next with type", L"Next with type", L"Next with type", L"Next with type",
-                            L"Next with type", L"EndEnumeration", L"NextObject 30000 1"));
-
+    EXPECT_THAT(Requests(), ElementsAre(L"CreateInstanceEnum Cls", L"NextObject 30000 1", L"Get __CLASS",
+                                        L"Get INSTANCE_ID", L"NextObject 30000 1"));
     ASSERT_EQ(instances->GetTotalItemCount(), 1U);
     CMgmtObject& instance = *instances->GetItem(0);
     EXPECT_STREQ(instance.GetCategoryID(), L"Derived");
     EXPECT_STREQ(instance.GetInstanceId(), L"x");
-    EXPECT_EQ(instance.GetProperties()->GetTotalItemCount(), 6U) << "all but the system's";
-    ASSERT_EQ(instance.GetPropertyValue(L"Changed")->vt, VT_DATE);
-    EXPECT_DOUBLE_EQ(instance.GetPropertyValue(L"Changed")->date, 2.25);
+    EXPECT_EQ(instance.GetProperties()->GetTotalItemCount(), 5U) << "all but the system's";
+    EXPECT_TRUE(*instance.GetPropertyValue(L"Changed") == DateValue(2.25));
     EXPECT_EQ(TextOf(instance.GetPropertyValue(L"Interval")), INTERVAL_TEXT) << "an interval is no date";
-    EXPECT_EQ(instance.GetPropertyValue(L"KeepDays")->lVal, 7);
     EXPECT_EQ(instance.GetPropertyValue(L"Never")->vt, VT_NULL);
     EXPECT_EQ(TextOf(instance.GetPropertyValue(L"Text")), DATE_TEXT) << "not by its looks";
 }
@@ -86,19 +79,14 @@ TEST_F(ClassTest, ListsInstancesByTheirPathWithTheirTexts) {
     CMgmtClass listing(L"Cls", false);
     CMgmtObjectCollection* const instances = listing.GetInstances();
     ASSERT_EQ(instances->GetTotalItemCount(), 3U);
-    const std::vector<std::wstring> requests = service.TakeRequests();
-    EXPECT_EQ(requests.at(2), L"Get __RELPATH");
-    EXPECT_EQ(requests.at(4), L"Next") << "without its type";
-
+    EXPECT_EQ(Requests().at(2), L"Get __RELPATH");
     CMgmtObject& instance = *instances->GetItem(0);
     EXPECT_STREQ(instance.GetCategoryID(), L"");
     EXPECT_STREQ(instance.GetInstanceId(), L"");
     EXPECT_EQ(TextOf(instance.GetPropertyValue(L"Changed")), DATE_TEXT);
-    EXPECT_EQ(TextOf(instance.GetPropertyValue(L"INSTANCE_ID")), L"a");
     instance.SetPropertyValue(L"DisplayName", L"changed");
     EXPECT_TRUE(instance.Put(false));
     EXPECT_EQ(TextOf(service.Stored(L"Cls", L"a", L"DisplayName")), L"changed");
-    EXPECT_EQ(Requests().front(), L"GetObject Cls.INSTANCE_ID=\"a\"");
 }
 
 TEST_F(ClassTest, ListedObjectsHoldNoServiceObjectAndTheDefaultScope) {
@@ -107,8 +95,6 @@ TEST_F(ClassTest, ListedObjectsHoldNoServiceObjectAndTheDefaultScope) {
     listing.SetScope(elsewhere, false);
     CMgmtObjectCollection* const instances = listing.GetInstances();
     EXPECT_EQ(Requests().at(1), L"ConnectServer \\\\.\\root\\Elsewhere");
-    ASSERT_EQ(instances->GetTotalItemCount(), 3U);
-
     MgmtInitialize(L"\\\\.\\root\\Later");
     CMgmtObject& instance = *instances->GetItem(1);
     EXPECT_EQ(instance.GetPropertyValue(L"Unknown"), nullptr) << "an unbound bag";
@@ -120,56 +106,51 @@ TEST_F(ClassTest, CollectionStaysAndShowsTheLastListing) {
     CMgmtClass listing(L"Cls", true);
     CMgmtObjectCollection* const instances = listing.GetInstances();
     EXPECT_THAT(Ids(instances), ElementsAre(L"a", L"b", L"c"));
-
     service.AddInstance(L"Cls", L"d", {});
     EXPECT_EQ(listing.GetInstances(), instances);
     EXPECT_THAT(Ids(instances), ElementsAre(L"a", L"b", L"c", L"d"));
-
-    service.AddClass(L"Empty", {{L"INSTANCE_ID", CIM_STRING}});
-    listing.SetCategoryID(L"Empty");
+    service.ScriptEnumeration({});
     EXPECT_EQ(listing.GetInstances(), instances);
     EXPECT_THAT(Ids(instances), IsEmpty());
 }
 
 TEST_F(ClassTest, DefaultConstructedListsWithoutShowing) {
-    OpenClass listing;
+    CMgmtClass listing;
     EXPECT_EQ(listing.GetInstances(), nullptr);
     ASSERT_TRUE(listing.SetCategoryID(L"Cls"));
-    EXPECT_EQ(listing.GetInstances(), nullptr);
     Requests();
     EXPECT_EQ(listing.GetInstances(), nullptr);
     EXPECT_EQ(Requests().at(2), L"Get __CLASS") << "by id";
-    listing.Reset();
-    EXPECT_NE(std::unique_ptr<CMgmtObjectBase>(listing.CreateInstance(L"new")), nullptr);
+    CMgmtClass copy(listing);
+    EXPECT_EQ(copy.GetInstances()->GetTotalItemCount(), 3U);
 }
 
 TEST_F(ClassTest, TimeOutsAreWaitedOutAndAFailureEndsTheListUnlogged) {
-    const doubles::EnumerationStep timedOut{WBEM_S_TIMEDOUT, {}};
-    const doubles::EnumerationStep failed{WBEM_E_PROVIDER_FAILURE, {}};
-    service.ScriptEnumeration({timedOut,
-                               timedOut,
+    service.ScriptEnumeration({{WBEM_S_TIMEDOUT, {}},
                                {WBEM_S_NO_ERROR, Listed(L"Cls", L"x")},
-                               timedOut,
+                               {WBEM_S_TIMEDOUT, {}},
+                               {WBEM_S_TIMEDOUT, {}},
                                {WBEM_S_NO_ERROR, Listed(L"Cls", L"y")},
-                               failed,
+                               {WBEM_E_PROVIDER_FAILURE, {}},
                                {WBEM_S_NO_ERROR, Listed(L"Cls", L"z")}});
     CMgmtClass listing(L"Cls", true);
     testing::internal::CaptureStderr();
     EXPECT_THAT(Ids(listing.GetInstances()), ElementsAre(L"x", L"y"));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    const std::vector<std::wstring> requests = Requests();
-    EXPECT_EQ(std::count(requests.begin(), requests.end(), L"NextObject 30000 1"), 6);
+    EXPECT_EQ(Requests().back(), L"NextObject 30000 1");
 }
 
 TEST_F(ClassTest, InstancesWithoutAReadableIdentityAreLeftOutAndNoTextIsEmpty) {
-    doubles::Content withoutClass = Listed(L"Cls", L"x");
-    withoutClass.Find(L"__CLASS")->name = L"__OTHER";
-    doubles::Content withoutId = Listed(L"Cls", L"x");
-    withoutId.Find(L"INSTANCE_ID")->name = L"ID";
+    const auto without = [](const wchar_t* name) {
+        doubles::Content content = Listed(L"Cls", L"x");
+        content.Find(name)->name = L"Other";
+        return doubles::EnumerationStep{WBEM_S_NO_ERROR, content};
+    };
     doubles::Content numbers = Listed(L"Cls", _variant_t(5L));
     numbers.Find(L"__CLASS")->value = _variant_t(6L);
-    service.ScriptEnumeration({{WBEM_S_NO_ERROR, withoutClass},
-                               {WBEM_S_NO_ERROR, withoutId},
+    numbers.Find(L"__RELPATH")->value = NullValue();
+    service.ScriptEnumeration({without(L"__CLASS"),
+                               without(L"INSTANCE_ID"),
                                {WBEM_S_NO_ERROR, Listed(L"Cls", NullValue())},
                                {WBEM_S_NO_ERROR, numbers}});
     CMgmtClass listing(L"Cls", true);
@@ -179,15 +160,11 @@ TEST_F(ClassTest, InstancesWithoutAReadableIdentityAreLeftOutAndNoTextIsEmpty) {
     EXPECT_STREQ(instances->GetItem(1)->GetCategoryID(), L"");
     EXPECT_EQ(instances->GetItem(1)->GetPropertyValue(L"INSTANCE_ID")->lVal, 5);
 
-    doubles::Content withoutPath = Listed(L"Cls", L"x");
-    withoutPath.Find(L"__RELPATH")->name = L"__OTHER";
-    doubles::Content nullPath = Listed(L"Cls", L"y");
-    nullPath.Find(L"__RELPATH")->value = NullValue();
-    service.ScriptEnumeration({{WBEM_S_NO_ERROR, withoutPath}, {WBEM_S_NO_ERROR, nullPath}});
+    service.ScriptEnumeration({without(L"__RELPATH"), {WBEM_S_NO_ERROR, numbers}});
     CMgmtClass byPath(L"Cls", false);
     CMgmtObjectCollection* const pathless = byPath.GetInstances();
     ASSERT_EQ(pathless->GetTotalItemCount(), 1U);
-    EXPECT_EQ(TextOf(pathless->GetItem(0)->GetPropertyValue(L"INSTANCE_ID")), L"y");
+    EXPECT_EQ(pathless->GetItem(0)->GetPropertyValue(L"INSTANCE_ID")->lVal, 5);
     EXPECT_FALSE(pathless->GetItem(0)->Get());
 }
 
@@ -195,11 +172,9 @@ TEST_F(ClassTest, RefusedListIsLoggedAndEmpty) {
     CMgmtClass listing(L"Missing", true);
     testing::internal::CaptureStderr();
     EXPECT_EQ(listing.GetInstances()->GetTotalItemCount(), 0U);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(log, HasSubstr("util_MgmtClass.cpp:"));
-    EXPECT_THAT(log, HasSubstr("CreateInstanceEnum() fail. hr=0x80041010\n"));
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
-
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                MatchesRegex(
+                    "[^\n]+ util_MgmtClass.cpp:[0-9]+ [^\n]*CreateInstanceEnum\\(\\) fail. hr=0x80041010\n"));
     listing.SetCategoryID(L"Cls");
     EXPECT_EQ(listing.GetInstances()->GetTotalItemCount(), 3U);
 }
@@ -210,12 +185,11 @@ TEST_F(ClassTest, WithoutAConnectionNothingIsListedCreatedOrLogged) {
     service.connectResult = WBEM_E_INVALID_NAMESPACE;
     CMgmtScope elsewhere(L"\\\\.\\root\\Elsewhere");
     listing.SetScope(elsewhere, false);
+    CMgmtObject source(L"Cls", L"new", nullptr);
     testing::internal::CaptureStderr();
     EXPECT_EQ(listing.GetInstances()->GetTotalItemCount(), 0U);
-    EXPECT_EQ(listing.CreateInstance(), nullptr);
-    EXPECT_EQ(listing.CreateInstance(L"new"), nullptr);
-    CMgmtObject source(L"Cls", L"new", nullptr);
-    EXPECT_FALSE(listing.CreateInstance(source));
+    EXPECT_FALSE(listing.CreateInstance() || listing.CreateInstance(L"new") ||
+                 listing.CreateInstance(source));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
@@ -224,20 +198,17 @@ TEST_F(ClassTest, RemovedObjectsAreTheCallers) {
     CMgmtObjectCollection* const instances = listing.GetInstances();
     EXPECT_TRUE(listing.RemoveObject(3));
     EXPECT_THAT(Ids(instances), ElementsAre(L"a", L"b", L"c"));
-
-    const std::unique_ptr<CMgmtObject> first(instances->GetItem(0));
+    std::unique_ptr<CMgmtObject> removed[3];
+    for (size_t i = 0; i < 3; ++i)
+        removed[i].reset(instances->GetItem(i));
     EXPECT_TRUE(listing.RemoveObject(0));
     EXPECT_THAT(Ids(instances), ElementsAre(L"b", L"c"));
-    const std::unique_ptr<CMgmtObject> second(instances->GetItem(0));
-    const std::unique_ptr<CMgmtObject> third(instances->GetItem(1));
     listing.RemoveAllObject();
     EXPECT_THAT(Ids(instances), IsEmpty());
     EXPECT_TRUE(listing.RemoveObject(0));
-
     listing.GetInstances();
-    EXPECT_STREQ(first->GetInstanceId(), L"a");
-    EXPECT_STREQ(third->GetInstanceId(), L"c");
-    EXPECT_TRUE(second->Get());
+    EXPECT_STREQ(removed[0]->GetInstanceId(), L"a");
+    EXPECT_TRUE(removed[2]->Get());
 }
 
 TEST_F(ClassTest, SpawnedObjectsAreInMemoryOnlyAndLiveAsLongAsTheClass) {
@@ -249,18 +220,14 @@ TEST_F(ClassTest, SpawnedObjectsAreInMemoryOnlyAndLiveAsLongAsTheClass) {
     EXPECT_EQ(first->GetPropertyValue(L"KeepDays")->lVal, 7) << "read from the instance, the default";
     first->SetPropertyValue(L"DisplayName", L"mine");
 
-    CMgmtObjectBase* const second = listing->CreateInstance();
-    EXPECT_NE(second, first);
-    const std::unique_ptr<CMgmtObject> taken(listing->GetInstances()->GetItem(0));
-    listing->RemoveObject(0);
+    EXPECT_NE(listing->CreateInstance(), first);
+    listing->GetInstances();
     listing->Reset();
-    listing->RemoveAllObject();
     listing->GetInstances();
     EXPECT_EQ(TextOf(first->GetPropertyValue(L"DisplayName")), L"mine");
 
     const _variant_t embedded = *first;
     listing.reset();
-    ASSERT_EQ(embedded.vt, VT_UNKNOWN);
     CMgmtObjectBase reader(&embedded, true);
     EXPECT_EQ(TextOf(reader.GetPropertyValue(L"DisplayName")), L"mine") << "the instance outlives the class";
 }
@@ -272,27 +239,21 @@ TEST_F(ClassTest, CreatesTheInstanceThatASourceDescribes) {
     source.SetPropertyValue(L"DisplayName", L"a text");
     source.SetPropertyValue(L"Enabled", NullValue());
     source.SetPropertyValue(L"INSTANCE_ID", L"replaced");
-    source.SetPropertyValue(L"KeepDays", 9);
     source.SetPropertyValue(L"Ratio", _variant_t());
     ASSERT_TRUE(listing.CreateInstance(source));
-    EXPECT_THAT(
-        service.TakeRequests(),
-        ElementsAre(L"GetObject Cls", L"SpawnInstance", L"Put Changed 8", L"Put DisplayName 8",
-                    L"Put INSTANCE_ID 8", L"Put KeepDays 3", L"Put INSTANCE_ID 8", L"PutInstance flags=2"));
+    EXPECT_THAT(service.TakeRequests(),
+                ElementsAre(L"GetObject Cls", L"SpawnInstance", L"Put Changed 8", L"Put DisplayName 8",
+                            L"Put INSTANCE_ID 8", L"Put INSTANCE_ID 8", L"PutInstance flags=2"));
     EXPECT_EQ(TextOf(service.Stored(L"Cls", L"new", L"Changed")), DATE_TEXT);
-    EXPECT_EQ(service.Stored(L"Cls", L"new", L"KeepDays").lVal, 9);
     EXPECT_FALSE(service.HasInstance(L"Cls", L"replaced"));
-    EXPECT_EQ(source.GetPropertyValue(L"KeepDays")->vt, VT_INT) << "the source is as it was";
-    EXPECT_EQ(source.GetPropertyValue(L"Changed")->vt, VT_DATE);
+    EXPECT_EQ(source.GetPropertyValue(L"Changed")->vt, VT_DATE) << "the source is as it was";
     EXPECT_EQ(TextOf(source.GetPropertyValue(L"INSTANCE_ID")), L"replaced");
 
-    source.SetPropertyValue(L"KeepDays", 10);
+    source.SetPropertyValue(L"DisplayName", L"another text");
     EXPECT_FALSE(listing.CreateInstance(source)) << "there is one";
-    EXPECT_EQ(service.Stored(L"Cls", L"new", L"KeepDays").lVal, 9);
-
+    EXPECT_EQ(TextOf(service.Stored(L"Cls", L"new", L"DisplayName")), L"a text");
     source.SetInstanceID(L"another");
     source.SetPropertyValue(L"DisplayName", 5);
-    Requests();
     EXPECT_FALSE(listing.CreateInstance(source)) << "a value that the service refuses";
     EXPECT_EQ(Requests().back(), L"Put DisplayName 3") << "nothing after it";
     listing.SetCategoryID(L"Missing");
@@ -304,11 +265,9 @@ TEST_F(ClassTest, CreatesABareInstanceThatIsTheCallers) {
     {
         CMgmtClass listing(L"Cls", true);
         created.reset(listing.CreateInstance(L"new"));
-        EXPECT_EQ(listing.CreateInstance(L"new"), nullptr) << "there is one now";
-        EXPECT_EQ(listing.CreateInstance(L"a"), nullptr);
+        EXPECT_EQ(Requests().back(), L"PutInstance flags=2");
+        EXPECT_EQ(listing.CreateInstance(L"a"), nullptr) << "there is one";
         EXPECT_EQ(TextOf(service.Stored(L"Cls", L"a", L"DisplayName")), L"a");
-        const std::vector<std::wstring> requests = Requests();
-        EXPECT_EQ(requests.back(), L"PutInstance flags=2");
     }
     ASSERT_NE(created, nullptr);
     EXPECT_TRUE(service.HasInstance(L"Cls", L"new"));
@@ -321,21 +280,14 @@ TEST_F(ClassTest, CopyHasACacheAndACollectionOfItsOwn) {
     std::optional<CMgmtClass> original(std::in_place, L"Cls", false);
     original->SetPropertyValue(L"shared", 1);
     CMgmtObjectCollection* const instances = original->GetInstances();
-    CMgmtObjectBase* const spawned = original->CreateInstance();
     CMgmtClass copy(*original);
-    CMgmtClass unnamed;
-    CMgmtClass ofUnnamed(unnamed);
-    EXPECT_EQ(ofUnnamed.GetInstances()->GetTotalItemCount(), 0U);
-
     EXPECT_EQ(copy.GetPropertyValue(L"shared")->intVal, 1);
     EXPECT_STREQ(copy.GetCategoryID(), L"Cls");
     copy.RemoveObject(0);
     EXPECT_EQ(instances->GetTotalItemCount(), 3U) << "the copy's cache is empty";
     CMgmtObjectCollection* const copied = copy.GetInstances();
     EXPECT_NE(copied, instances);
-    EXPECT_EQ(copied->GetTotalItemCount(), 3U);
     EXPECT_STREQ(copied->GetItem(0)->GetInstanceId(), L"") << "by path, as the original";
-    EXPECT_NE(spawned->GetPropertyValue(L"KeepDays"), nullptr);
     original.reset();
     EXPECT_EQ(copied->GetTotalItemCount(), 3U);
 }
@@ -355,23 +307,22 @@ TEST_F(ClassTest, ServiceFailingAtAnyRequestIsSoft) {
             return std::unique_ptr<CMgmtObjectBase>(listing.CreateInstance(L"new")) != nullptr;
         }};
     for (const auto& operation : operations)
-        for (const HRESULT result : {HRESULT{WBEM_E_FAILED}, HRESULT{WBEM_S_FALSE}})
-            for (int n = 1;; ++n) {
+        for (const HRESULT result : {HRESULT{WBEM_E_FAILED}, HRESULT{WBEM_S_FALSE}}) {
+            bool failed = true;
+            for (int n = 1; failed; ++n) {
                 SCOPED_TRACE(n);
-                ASSERT_LT(n, 100);
                 MgmtInitialize(L"\\\\.\\root\\Test");
                 CMgmtClass listing(L"Cls", true);
                 service.FailAt(n, result);
                 const bool succeeded = operation(listing);
-                const bool failed = service.HasFailed();
+                failed = service.HasFailed();
                 service.FailAt(0, S_OK);
                 EXPECT_TRUE(succeeded || failed) << "without a fault it must succeed";
                 EXPECT_TRUE(succeeded || !service.HasInstance(L"Cls", L"new"));
-
                 CMgmtObject(L"Cls", L"new", nullptr).DeleteInstance();
                 EXPECT_EQ(listing.GetInstances()->GetTotalItemCount(), 3U);
-                if (!failed) break;
             }
+        }
 }
 
 }  // namespace

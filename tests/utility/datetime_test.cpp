@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <limits>
 #include <string>
 
@@ -16,17 +15,14 @@ bool SameTime(const SYSTEMTIME& time, WORD year, WORD month, WORD day, WORD hour
            time.wDayOfWeek == 0;
 }
 
-TEST(WmiTime, IsReadByPositionAndItsOffsetIgnored) {
-    for (const wchar_t* text : {L"20240131235958.123456+060", L"20240131235958.123456-720",
-                                L"20240131235958.*", L"20240131235958xx and what may follow"}) {
-        SYSTEMTIME time = {1, 1, 1, 1, 1, 1, 1, 1};
+TEST(WmiTime, IsReadLenientlyByPositionAndItsOffsetIgnored) {
+    SYSTEMTIME time;
+    for (const wchar_t* text :
+         {L"20240131235958.123456+060", L"20240131235958.*", L"20240131235958xx and what may follow"}) {
+        time = {1, 1, 1, 1, 1, 1, 1, 1};
         ASSERT_TRUE(MgmtConvertWMITimeToSystemTime(text, &time)) << std::wstring(text).size();
         EXPECT_TRUE(SameTime(time, 2024, 1, 31, 23, 59, 58));
     }
-}
-
-TEST(WmiTime, FieldsAreReadLeniently) {
-    SYSTEMTIME time;
     ASSERT_TRUE(MgmtConvertWMITimeToSystemTime(L"2024130112000000", &time));
     EXPECT_TRUE(SameTime(time, 2024, 13, 1, 12, 0, 0));
     ASSERT_TRUE(MgmtConvertWMITimeToSystemTime(L" 12 +5-1xx 71 ..", &time));
@@ -36,10 +32,9 @@ TEST(WmiTime, FieldsAreReadLeniently) {
 TEST(WmiTime, ShortTextAndNullPointersLeaveTheOutputAlone) {
     SYSTEMTIME time = {1, 2, 3, 4, 5, 6, 7, 8};
     FILETIME file = {9, 9};
-    for (const wchar_t* text : {L"", L"20240131235958.", static_cast<const wchar_t*>(nullptr)}) {
-        EXPECT_FALSE(MgmtConvertWMITimeToSystemTime(text, &time));
-        EXPECT_FALSE(MgmtConvertWMITimeToFileTime(text, &file));
-    }
+    for (const wchar_t* text : {L"", L"20240131235958.", static_cast<const wchar_t*>(nullptr)})
+        EXPECT_FALSE(MgmtConvertWMITimeToSystemTime(text, &time) ||
+                     MgmtConvertWMITimeToFileTime(text, &file));
     EXPECT_EQ(time.wYear, 1);
     EXPECT_EQ(file.dwLowDateTime, 9U);
     EXPECT_FALSE(MgmtConvertWMITimeToSystemTime(L"20240131235958.123456+060", nullptr));
@@ -77,24 +72,21 @@ TEST(DateTimeText, BecomesADateOnlyWhenAllSevenNumbersAreThere) {
 TEST(DateTimeText, IsWrittenWholeOrReportedAsCut) {
     double date = 0;
     ASSERT_TRUE(CMgmtObjectBase::DATETIME2Date(L"20240131235958.000000+000", &date));
-    wchar_t buffer[64];
-    ASSERT_TRUE(CMgmtObjectBase::Date2DATETIME(date, buffer, 64));
-    EXPECT_STREQ(buffer, L"20240131235958.000000+000");
-    ASSERT_TRUE(CMgmtObjectBase::Date2DATETIME(date, buffer, 26));
-    EXPECT_STREQ(buffer, L"20240131235958.000000+000");
-
-    for (const unsigned long count : {0UL, 1UL, 15UL, 24UL, 25UL}) {
-        std::fill(std::begin(buffer), std::end(buffer), L'#');
-        EXPECT_FALSE(CMgmtObjectBase::Date2DATETIME(date, buffer, count)) << count;
-        EXPECT_EQ(buffer[count], L'#') << "nothing may be written behind " << count;
-        EXPECT_EQ(std::find(buffer, buffer + count, L'\0'), buffer + (count > 0 ? count - 1 : 0));
+    const std::wstring untouched(64, L'#');
+    std::wstring buffer;
+    for (const unsigned long count : {0UL, 1UL, 15UL, 25UL, 26UL, 64UL}) {
+        buffer = untouched;
+        EXPECT_EQ(CMgmtObjectBase::Date2DATETIME(date, buffer.data(), count), count >= 26) << count;
+        const std::wstring written = std::wstring(L"20240131235958.000000+000", 0, count > 0 ? count - 1 : 0);
+        EXPECT_EQ(buffer.substr(0, written.size()), written);
+        EXPECT_EQ(buffer[written.size()], count > 0 ? L'\0' : L'#');
+        EXPECT_EQ(buffer.find(L'#', written.size()), count > 0 ? written.size() + 1 : 0)
+            << "nothing behind it";
     }
-
-    for (const double outside :
-         {1e9, -1e9, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
-        std::fill(std::begin(buffer), std::end(buffer), L'#');
-        EXPECT_FALSE(CMgmtObjectBase::Date2DATETIME(outside, buffer, 64)) << outside;
-        EXPECT_EQ(buffer[0], L'#');
+    for (const double outside : {1e9, -1e9, std::numeric_limits<double>::quiet_NaN()}) {
+        buffer = untouched;
+        EXPECT_FALSE(CMgmtObjectBase::Date2DATETIME(outside, buffer.data(), 64)) << outside;
+        EXPECT_EQ(buffer, untouched);
     }
 }
 

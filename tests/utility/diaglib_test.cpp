@@ -10,11 +10,12 @@
 #include <functional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "tests/platform/threads.h"
 
 namespace {
 
@@ -67,33 +68,14 @@ void LogOneOfEach() {
     DBG::DebugLogEx(nullptr, DBG::LEVEL_FAILURE, L"/a/b\\util_X.cpp", 8, L"fail. hr=0x%x", 0x80041010U);
 }
 
-class LogFile : public ::testing::Test {
- protected:
-    void SetUp() override {
-        std::string name = (std::filesystem::temp_directory_path() / "diaglib_test_XXXXXX").string();
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        m_Folder = name;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_Folder); }
-
-    std::string Path() const { return (m_Folder / "log").string(); }
-    std::vector<std::string> LinesOfFile() const { return Lines(std::ifstream(Path())); }
-
- private:
-    std::filesystem::path m_Folder;
-};
-
 TEST(DebugLog, SettingChoosesWhatIsWrittenToStandardError) {
-    const std::string failuresOnly = LogInChild(nullptr, LogOneOfEach);
-    EXPECT_THAT(failuresOnly, HasSubstr("fail. hr=0x80041010\n"));
-    EXPECT_THAT(failuresOnly, Not(HasSubstr("reload")));
-
-    EXPECT_THAT(LogInChild("off", LogOneOfEach), IsEmpty());
-    EXPECT_THAT(LogInChild("", LogOneOfEach), IsEmpty());
-
-    const std::string unwritable = LogInChild("/proc/no/such/folder/log", LogOneOfEach);
-    EXPECT_THAT(Lines(std::istringstream(unwritable)), SizeIs(1)) << "failures must not be lost";
-    EXPECT_THAT(LogInChild("/dev/full", LogOneOfEach), IsEmpty());
+    for (const char* const setting : {static_cast<const char*>(nullptr), "/proc/no/such/folder/log"}) {
+        const std::string failuresOnly = LogInChild(setting, LogOneOfEach);
+        EXPECT_THAT(failuresOnly, HasSubstr("fail. hr=0x80041010\n"));
+        EXPECT_THAT(failuresOnly, Not(HasSubstr("reload")));
+    }
+    for (const char* const setting : {"off", "", "/dev/full"})
+        EXPECT_THAT(LogInChild(setting, LogOneOfEach), IsEmpty());
 }
 
 TEST(DebugLog, LineTellsTimeLevelThreadAndPlace) {
@@ -137,31 +119,25 @@ TEST(DebugLog, LongTextIsCutAndAPercentSignIsNoArgument) {
     EXPECT_THAT(lines[2], HasSubstr("100%    cd|7   |"));
 }
 
-TEST_F(LogFile, IsAppendedToByEveryProcess) {
-    const std::string path = Path();
-    EXPECT_THAT(LogInChild(path.c_str(), LogOneOfEach), IsEmpty());
-    EXPECT_THAT(LogInChild(path.c_str(), LogOneOfEach), IsEmpty());
-    EXPECT_THAT(LinesOfFile(), SizeIs(4));
-}
-
-TEST_F(LogFile, LinesOfManyThreadsStayWhole) {
+TEST(LogFile, LinesOfManyThreadsAndProcessesStayWhole) {
     constexpr int THREADS = 8;
     constexpr int LINES_EACH = 200;
-    LogInChild(Path().c_str(), [] {
-        std::vector<std::thread> threads;
-        threads.reserve(THREADS);
-        for (int i = 0; i < THREADS; ++i)
-            threads.emplace_back([i] {
-                for (int n = 0; n < LINES_EACH; ++n)
-                    DBG::DebugLogEx(nullptr, 1, L"f", n, L"begin %d.%d %s end", i, n,
-                                    std::wstring(100, L'x').c_str());
-            });
-        for (std::thread& thread : threads)
-            thread.join();
-    });
-    const auto lines = LinesOfFile();
-    EXPECT_THAT(lines, SizeIs(THREADS * LINES_EACH));
-    EXPECT_THAT(lines, Each(MatchesRegex(".* begin [0-9]+[.][0-9]+ x{100} end")));
+    const std::string path =
+        std::filesystem::temp_directory_path() / ("diaglib_test_" + std::to_string(getpid()));
+    for (int process = 0; process < 2; ++process)
+        EXPECT_THAT(LogInChild(path.c_str(),
+                               [] {
+                                   RunInThreads(THREADS, [] {
+                                       for (int n = 0; n < LINES_EACH; ++n)
+                                           DBG::DebugLogEx(nullptr, 1, L"f", n, L"begin %d %s end", n,
+                                                           std::wstring(100, L'x').c_str());
+                                   });
+                               }),
+                    IsEmpty());
+    const auto lines = Lines(std::ifstream(path));
+    std::filesystem::remove(path);
+    EXPECT_THAT(lines, SizeIs(2 * THREADS * LINES_EACH));
+    EXPECT_THAT(lines, Each(MatchesRegex(".* begin [0-9]+ x{100} end")));
 }
 
 }  // namespace

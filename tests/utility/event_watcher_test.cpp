@@ -4,21 +4,21 @@
 #include <climits>
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 #include <atlbase.h>
 #include <comdef.h>
 #include <windows.h>
 
+#include "tests/platform/threads.h"
 #include "tests/utility/service_fixture.h"
 
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -99,86 +99,55 @@ class EventWatcherTest : public ServiceTest {
 };
 
 TEST_F(EventWatcherTest, QueriesOfTheWatchesOfAClass) {
-    const struct {
-        int type;
-        const wchar_t* instanceId;
-        int interval;
-        const wchar_t* query;
-    } cases[] = {
-        {0, nullptr, 5,
+    const std::wstring longText = L"SELECT * FROM X WHERE A=\"" + std::wstring(5000, L'x') + L"\"";
+    const std::wstring name(255, L'c');
+    const std::wstring ofName =
+        L"SELECT * FROM __InstanceCreationEvent WITHIN 1 WHERE TargetInstance ISA \"" + name;
+    const std::pair<CMgmtEventWatcher, std::wstring> cases[] = {
+        {{0, L"Cls", nullptr, 5},
          L"SELECT * FROM __InstanceModificationEvent WITHIN 5 WHERE TargetInstance ISA \"Cls\""},
-        {1, L"", 0, L"SELECT * FROM __InstanceCreationEvent WITHIN 0 WHERE TargetInstance ISA \"Cls\""},
-        {2, L"42", 86400,
-         L"SELECT * FROM __InstanceDeletionEvent WITHIN 86400 WHERE TargetInstance ISA \"Cls\" AND "
-         L"TargetInstance.INSTANCE_ID=\"42\""},
-        {0, L"a \"b\" \\c", INT_MIN,
-         L"SELECT * FROM __InstanceModificationEvent WITHIN -2147483648 WHERE TargetInstance ISA \"Cls\" AND "
-         L"TargetInstance.INSTANCE_ID=\"a \"b\" \\c\""}};
-    for (const auto& [type, instanceId, interval, query] : cases) {
-        CMgmtEventWatcher watcher(type, L"Cls", instanceId, interval);
-        EXPECT_THAT(service.TakeRequests(), IsEmpty()) << "nothing is asked before";
+        {{1, L"Cls", L"", 0},
+         L"SELECT * FROM __InstanceCreationEvent WITHIN 0 WHERE TargetInstance ISA \"Cls\""},
+        {{2, L"Cls", L"a \"b\" \\c", INT_MIN},
+         L"SELECT * FROM __InstanceDeletionEvent WITHIN -2147483648 WHERE TargetInstance ISA \"Cls\" AND "
+         L"TargetInstance.INSTANCE_ID=\"a \"b\" \\c\""},
+        {{1, name.c_str(), nullptr, 1}, ofName.substr(0, 255)},
+        {CMgmtEventWatcher(longText.c_str()), longText}};
+    EXPECT_THAT(service.TakeRequests(), IsEmpty()) << "nothing is asked before";
+    for (const auto& [made, query] : cases) {
+        CMgmtEventWatcher watcher(made);
         EXPECT_TRUE(watcher.Start());
-        EXPECT_THAT(service.TakeRequests(), ElementsAre(SUBSCRIBE + std::wstring(query) + FLAGS));
+        EXPECT_THAT(service.TakeRequests(), ElementsAre(SUBSCRIBE + query + FLAGS));
         EXPECT_TRUE(watcher.Stop());
         EXPECT_THAT(service.TakeRequests(), ElementsAre(L"CancelAsyncCall"));
         EXPECT_TRUE(service.Sinks().empty());
     }
 }
 
-TEST_F(EventWatcherTest, QueriesAreCutAt255UnitsUnlessTheyAreTheCallers) {
-    const std::wstring form = L"SELECT * FROM __InstanceCreationEvent WITHIN 1 WHERE TargetInstance ISA \"\"";
-    for (const std::size_t length : {255U, 256U, 257U, 2000U}) {
-        SCOPED_TRACE(length);
-        const std::wstring name(length - form.size(), L'c');
-        CMgmtEventWatcher watcher(1, name.c_str(), nullptr, 1);
-        EXPECT_TRUE(watcher.Start());
-        const std::wstring whole = form.substr(0, form.size() - 1) + name + L"\"";
-        EXPECT_THAT(service.TakeRequests(), ElementsAre(SUBSCRIBE + whole.substr(0, 255) + FLAGS));
-        EXPECT_TRUE(watcher.Stop());
-        service.Forget();
-    }
-
-    const std::wstring longText = L"SELECT * FROM X WHERE A=\"" + std::wstring(5000, L'x') + L"\"";
-    CMgmtEventWatcher watcher(longText.c_str());
-    EXPECT_TRUE(watcher.Start());
-    EXPECT_THAT(service.TakeRequests(), ElementsAre(SUBSCRIBE + longText + FLAGS));
-    EXPECT_TRUE(watcher.Stop());
-}
-
 TEST_F(EventWatcherTest, NothingToWatchIsRefusedWithoutAskingTheService) {
-    CMgmtEventWatcher watchers[] = {{-1, L"Cls", nullptr, 5},   {3, L"Cls", nullptr, 5},
-                                    {INT_MAX, L"Cls", L"a", 5}, {INT_MIN, L"Cls", L"a", 5},
-                                    {0, nullptr, L"a", 5},      {0, L"", L"a", 5},
-                                    CMgmtEventWatcher(L""),     CMgmtEventWatcher(nullptr)};
-    const std::vector<std::string> log = Logged([&] {
-        for (CMgmtEventWatcher& watcher : watchers) {
-            EXPECT_FALSE(watcher.Start());
-            EXPECT_FALSE(watcher.Stop());
-        }
-    });
-    EXPECT_THAT(log, IsEmpty());
+    CMgmtEventWatcher watchers[] = {{-1, L"Cls", nullptr, 5}, {3, L"Cls", nullptr, 5},
+                                    {0, nullptr, L"a", 5},    {0, L"", L"a", 5},
+                                    CMgmtEventWatcher(L""),   CMgmtEventWatcher(nullptr)};
+    for (CMgmtEventWatcher& watcher : watchers)
+        EXPECT_THAT(Logged([&] { EXPECT_FALSE(watcher.Start() || watcher.Stop()); }), IsEmpty());
     EXPECT_THAT(service.TakeRequests(), IsEmpty());
 
     MgmtInitialize(L"\\\\.\\root\\Test");
-    CMgmtEventWatcher unconnected(L"");
-    EXPECT_FALSE(unconnected.Start());
+    EXPECT_FALSE(CMgmtEventWatcher(L"").Start());
     EXPECT_THAT(service.TakeRequests(), AfterConnecting({})) << "the connection comes first";
 }
 
 TEST_F(EventWatcherTest, ServiceFailingAtAnyRequestIsSoft) {
-    for (const HRESULT result : {HRESULT{WBEM_E_FAILED}, HRESULT{WBEM_S_FALSE}})
-        for (int n = 1;; ++n) {
+    for (const HRESULT result : {HRESULT{WBEM_E_FAILED}, HRESULT{WBEM_S_FALSE}}) {
+        bool failed = true;
+        for (int n = 1; failed; ++n) {
             SCOPED_TRACE(n);
-            ASSERT_LT(n, 10);
             MgmtInitialize(L"\\\\.\\root\\Test");
             CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
-            EXPECT_FALSE(watcher.Stop()) << "nothing was started";
-            MgmtInitialize(L"\\\\.\\root\\Test");
-            watcher = CMgmtEventWatcher(0, L"Cls", nullptr, 5);
             service.FailAt(n, result);
             const bool started = watcher.Start();
             const bool stopped = watcher.Stop();
-            const bool failed = service.HasFailed();
+            failed = service.HasFailed();
             service.FailAt(0, S_OK);
             EXPECT_TRUE(failed || (started && stopped)) << "without a fault it must succeed";
             EXPECT_EQ(started && !stopped, !service.Sinks().empty());
@@ -186,52 +155,47 @@ TEST_F(EventWatcherTest, ServiceFailingAtAnyRequestIsSoft) {
             EXPECT_EQ(watcher.Stop(), started && !stopped) << "what still runs can be stopped, once";
             EXPECT_TRUE(watcher.Start());
             EXPECT_TRUE(watcher.Stop());
-            if (!failed) break;
         }
-}
-
-TEST_F(EventWatcherTest, WatchesThroughTheDefaultScopeOfItsConstruction) {
-    CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
-    MgmtInitialize(L"\\\\.\\root\\Later");
-    EXPECT_TRUE(watcher.Start());
-    EXPECT_TRUE(watcher.Stop());
-    EXPECT_EQ(service.TakeRequests().size(), 2U) << "over the connection there was";
+    }
 }
 
 TEST_F(EventWatcherTest, HandlersAreCalledInOrderOnceForEachEvent) {
-    std::vector<CMgmtEventArrivedArgs*> arguments;
-    a.during = b.during = [&](CMgmtEventArrivedArgs& args) { arguments.push_back(&args); };
+    CMgmtEventArrivedArgs* arguments = nullptr;
     CMgmtObjectBase* built = nullptr;
     std::optional<CMgmtEventWatcher> watcher(std::in_place, 0, L"Cls", nullptr, 5);
-    for (CMgmtEventArrivedHandler* handler :
-         {static_cast<CMgmtEventArrivedHandler*>(&b), static_cast<CMgmtEventArrivedHandler*>(nullptr),
-          static_cast<CMgmtEventArrivedHandler*>(&a), static_cast<CMgmtEventArrivedHandler*>(&b)})
+    for (CMgmtEventArrivedHandler* handler : {&b, static_cast<Recorder*>(nullptr), &a, &b})
         watcher->AddEventArrivedEventHandler(handler);
     ASSERT_TRUE(watcher->Start());
     const CComPtr<IWbemObjectSink> sink = LatestSink();
     EXPECT_EQ(sink->Indicate(0, nullptr), WBEM_S_NO_ERROR);
     EXPECT_THAT(calls, IsEmpty());
 
+    b.during = [&](CMgmtEventArrivedArgs& args) {
+        arguments = &args;
+        built = args.GetNewEvent();
+    };
+    a.during = [&](CMgmtEventArrivedArgs& args) {
+        EXPECT_EQ(&args, arguments) << "one argument object for all handlers";
+        EXPECT_EQ(args.GetNewEvent(), built);
+    };
     EXPECT_EQ(Indicate(sink, {Event(L"one"), Event(L"two")}), WBEM_S_NO_ERROR);
     EXPECT_THAT(TakeCalls(), ElementsAre(L"B one", L"A one", L"B two", L"A two"));
-    EXPECT_EQ(arguments[0], arguments[1]) << "one argument object for all handlers";
-
-    b.during = [&](CMgmtEventArrivedArgs& args) { built = args.GetNewEvent(); };
-    a.during = [&](CMgmtEventArrivedArgs& args) { EXPECT_EQ(args.GetNewEvent(), built); };
     EXPECT_EQ(Indicate(sink, {Object({L"__TimerEvent", false, {}})}), WBEM_S_NO_ERROR);
     EXPECT_THAT(TakeCalls(), ElementsAre(L"B (null)", L"A (null)")) << "an event without an instance";
 
     EXPECT_TRUE(watcher->Stop());
+    service.Forget();
     watcher.reset();
     EXPECT_THAT(calls, ElementsAre(L"B released", L"A released"));
+    EXPECT_THAT(service.TakeRequests(), IsEmpty()) << "destroying a watcher cancels nothing";
 }
 
 TEST_F(EventWatcherTest, WhatAHandlerThrowsIsLoggedAndEndsThatEventAlone) {
-    const std::pair<std::function<void()>, const char*> cases[] = {
+    const std::pair<std::function<void()>, std::string> cases[] = {
         {[] { throw std::runtime_error("no room for gr\xC3\xBC\xC3\x9F"); },
          "no room for gr\xC3\xBC\xC3\x9F"},
         {[] { throw std::runtime_error("broken \xFF text"); }, "broken ? text"},
-        {[] { throw std::bad_alloc(); }, "std::bad_alloc"},
+        {[] { throw std::runtime_error(std::string(100000, 'x')); }, std::string(100, 'x')},
         {[] { throw CManagementException(MGMT_ERR_VALUE_TYPE, L"x.cpp", 1); }, "error = -95006"},
         {[] { throw _com_error(E_OUTOFMEMORY); }, "hr=0x8007000e"},
         {[] { AtlThrow(E_FAIL); }, "hr=0x80004005"},
@@ -249,54 +213,37 @@ TEST_F(EventWatcherTest, WhatAHandlerThrowsIsLoggedAndEndsThatEventAlone) {
             EXPECT_EQ(Indicate(LatestSink(), {Event(L"one"), Event(L"two")}), WBEM_S_NO_ERROR);
         });
         EXPECT_THAT(TakeCalls(), ElementsAre(L"A one", L"A two", L"B two"));
-        EXPECT_THAT(log, ElementsAre("failure WMI EventSink->Indicate() exception. " + std::string(reason)));
+        ASSERT_EQ(log.size(), 1U);
+        EXPECT_EQ(log[0].find("failure WMI EventSink->Indicate() exception. "), 0U);
+        EXPECT_TRUE(log[0].ends_with(reason));
     }
-
-    a.during = [](CMgmtEventArrivedArgs&) { throw std::runtime_error(std::string(100000, 'x')); };
-    const std::vector<std::string> log = Logged([&] { Indicate(LatestSink(), {Event(L"one")}); });
-    ASSERT_EQ(log.size(), 1U);
-    EXPECT_TRUE(log[0].ends_with("xxxx"));
     EXPECT_TRUE(watcher.Stop());
 }
 
-TEST_F(EventWatcherTest, StatusesAreLogged) {
+TEST_F(EventWatcherTest, StatusesAreLoggedAndAnOverflowSignalsTheReloadEvent) {
     CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
     ASSERT_TRUE(watcher.Start());
-    const CComPtr<IWbemObjectSink> sink = LatestSink();
-    const std::pair<HRESULT, const char*> cases[] = {
-        {WBEM_S_NO_ERROR, "notice WMI EventSink->SetStatus() ok"},
-        {WBEM_S_TIMEDOUT, "notice WMI EventSink->SetStatus() ok"},
-        {WBEM_E_CALL_CANCELLED, "notice WMI EventSink->SetStatus(WBEM_E_CALL_CANCELLED)."},
-        {WBEM_E_FAILED, "failure WMI EventSink->SetStatus(0x80041001)."},
-        {E_OUTOFMEMORY, "failure WMI EventSink->SetStatus(0x8007000e)."}};
-    for (const auto& [status, line] : cases) {
-        const HRESULT given = status;
-        EXPECT_THAT(Logged([&] { EXPECT_EQ(sink->SetStatus(0, given, nullptr, nullptr), WBEM_S_NO_ERROR); }),
-                    ElementsAre(line));
-    }
-    EXPECT_THAT(Logged([&] { EXPECT_TRUE(watcher.Stop()); }),
-                ElementsAre("notice WMI EventSink->SetStatus(WBEM_E_CALL_CANCELLED)."));
-}
-
-TEST_F(EventWatcherTest, AnOverflowSignalsTheReloadEventWhereThereIsOne) {
-    CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
-    ASSERT_TRUE(watcher.Start());
-    const auto overflow = [&] {
-        EXPECT_EQ(LatestSink()->SetStatus(0, WBEM_E_QUEUE_OVERFLOW, nullptr, nullptr), WBEM_S_NO_ERROR);
+    const auto logOf = [&](HRESULT status) {
+        return Logged(
+            [&] { EXPECT_EQ(LatestSink()->SetStatus(0, status, nullptr, nullptr), WBEM_S_NO_ERROR); });
     };
+    EXPECT_THAT(logOf(WBEM_S_TIMEDOUT), ElementsAre("notice WMI EventSink->SetStatus() ok"));
+    EXPECT_THAT(logOf(WBEM_E_CALL_CANCELLED),
+                ElementsAre("notice WMI EventSink->SetStatus(WBEM_E_CALL_CANCELLED)."));
+
     constexpr const char* STATUS = "failure WMI EventSink->SetStatus(0x80041061).";
     constexpr const char* SIGNAL = "notice Set policy reload setting event";
+    constexpr const char* NO_EVENT = "failure Set reload event fail. error = 2";
     ASSERT_EQ(OpenEventW(EVENT_MODIFY_STATE, FALSE, RELOAD_EVENT), nullptr) << "another process has it";
-    EXPECT_THAT(Logged(overflow), ElementsAre(STATUS, SIGNAL, "failure Set reload event fail. error = 2"));
-
+    EXPECT_THAT(logOf(WBEM_E_QUEUE_OVERFLOW), ElementsAre(STATUS, SIGNAL, NO_EVENT));
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, RELOAD_EVENT);
     ASSERT_NE(event, nullptr);
-    LatestSink()->SetStatus(0, WBEM_E_FAILED, nullptr, nullptr);
+    EXPECT_THAT(logOf(E_OUTOFMEMORY), ElementsAre("failure WMI EventSink->SetStatus(0x8007000e)."));
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT) << "no other failure signals";
-    EXPECT_THAT(Logged(overflow), ElementsAre(STATUS, SIGNAL));
+    EXPECT_THAT(logOf(WBEM_E_QUEUE_OVERFLOW), ElementsAre(STATUS, SIGNAL));
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(CloseHandle(event));
-    EXPECT_THAT(Logged(overflow), ElementsAre(STATUS, SIGNAL, "failure Set reload event fail. error = 2"))
+    EXPECT_THAT(logOf(WBEM_E_QUEUE_OVERFLOW), ElementsAre(STATUS, SIGNAL, NO_EVENT))
         << "the sink has left no handle open";
     EXPECT_TRUE(watcher.Stop());
 }
@@ -305,24 +252,21 @@ TEST_F(EventWatcherTest, TheSinkCountsItsReferencesAndAnswersForTwoInterfaces) {
     std::optional<CMgmtEventWatcher> watcher(std::in_place, 0, L"Cls", nullptr, 5);
     ASSERT_TRUE(watcher->Start());
     IWbemObjectSink* const sink = LatestSink().Detach();
+    void* found = nullptr;
     for (const IID& iid : {IID_IUnknown, IID_IWbemObjectSink}) {
-        void* found = nullptr;
         EXPECT_EQ(sink->QueryInterface(iid, &found), S_OK);
         EXPECT_EQ(found, sink);
         EXPECT_EQ(sink->Release(), 3U) << "this one's, the watcher's and the service's";
     }
-    void* none = sink;
-    EXPECT_EQ(sink->QueryInterface(IID_IWbemServices, &none), E_NOINTERFACE);
-    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(sink->QueryInterface(IID_IWbemServices, &found), E_NOINTERFACE);
+    EXPECT_EQ(found, nullptr);
     EXPECT_EQ(sink->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 
     EXPECT_TRUE(watcher->Stop());
-    EXPECT_EQ(sink->AddRef(), 3U) << "the watcher keeps the sink after the service let it go";
     CMgmtEventWatcher copy(*watcher);
-    EXPECT_EQ(sink->AddRef(), 5U);
+    EXPECT_EQ(sink->AddRef(), 4U) << "the watchers keep the sink after the service let it go";
     watcher.reset();
     copy = CMgmtEventWatcher(L"");
-    EXPECT_EQ(sink->Release(), 2U);
     EXPECT_EQ(sink->Release(), 1U);
     EXPECT_EQ(sink->Release(), 0U);
 }
@@ -331,6 +275,7 @@ TEST_F(EventWatcherTest, ACopyStopsTheOriginalsSubscription) {
     std::optional<CMgmtEventWatcher> original(std::in_place, 0, L"Cls", L"42", 5);
     original->AddEventArrivedEventHandler(&a);
     ASSERT_TRUE(original->Start());
+    const std::wstring subscription = service.TakeRequests().at(0);
     CMgmtEventWatcher copy(*original);
     copy.AddEventArrivedEventHandler(&b);
     Indicate(LatestSink(), {Event(L"one")});
@@ -342,12 +287,7 @@ TEST_F(EventWatcherTest, ACopyStopsTheOriginalsSubscription) {
 
     service.Forget();
     EXPECT_TRUE(copy.Start());
-    EXPECT_THAT(service.TakeRequests(),
-                ElementsAre(SUBSCRIBE +
-                            std::wstring(L"SELECT * FROM __InstanceModificationEvent WITHIN 5 "
-                                         L"WHERE TargetInstance ISA \"Cls\" AND "
-                                         L"TargetInstance.INSTANCE_ID=\"42\"") +
-                            FLAGS));
+    EXPECT_THAT(service.TakeRequests(), ElementsAre(subscription));
     Indicate(LatestSink(), {Event(L"two")});
     EXPECT_THAT(TakeCalls(), ElementsAre(L"A two", L"B two"));
     EXPECT_TRUE(copy.Stop());
@@ -381,98 +321,41 @@ TEST_F(EventWatcherTest, StartedAgainWithoutStopItCanOnlyCancelTheLater) {
     ASSERT_TRUE(watcher.Start());
     const CComPtr<IWbemObjectSink> first = LatestSink();
     ASSERT_TRUE(watcher.Start());
-    ASSERT_EQ(service.Sinks().size(), 2U);
     for (const CComPtr<IWbemObjectSink>& sink : service.Sinks())
         Indicate(sink, {Event(L"one")});
     EXPECT_THAT(TakeCalls(), ElementsAre(L"A one", L"A one"));
-
     EXPECT_TRUE(watcher.Stop());
     EXPECT_FALSE(watcher.Stop());
-    ASSERT_EQ(service.Sinks().size(), 1U);
-    EXPECT_EQ(LatestSink(), first);
-    Indicate(first, {Event(L"two")});
-    EXPECT_THAT(TakeCalls(), ElementsAre(L"A two"));
-}
-
-TEST_F(EventWatcherTest, AHandlerOfTwoWatchersServesBothAndIsReleasedByBoth) {
-    {
-        CMgmtEventWatcher creations(1, L"Cls", nullptr, 5);
-        CMgmtEventWatcher deletions(2, L"Cls", nullptr, 5);
-        creations.AddEventArrivedEventHandler(&a);
-        deletions.AddEventArrivedEventHandler(&b);
-        deletions.AddEventArrivedEventHandler(&a);
-        ASSERT_TRUE(creations.Start());
-        ASSERT_TRUE(deletions.Start());
-        Indicate(service.Sinks().front(), {Event(L"one")});
-        Indicate(service.Sinks().back(), {Event(L"one")});
-        EXPECT_THAT(TakeCalls(), ElementsAre(L"A one", L"B one", L"A one"));
-        service.Forget();
-        EXPECT_TRUE(creations.Stop());
-        EXPECT_TRUE(deletions.Stop());
-        service.Forget();
-    }
-    EXPECT_THAT(TakeCalls(), ElementsAre(L"B released", L"A released", L"A released"));
-    EXPECT_THAT(service.TakeRequests(), IsEmpty()) << "destroying a watcher cancels nothing";
-}
-
-TEST_F(EventWatcherTest, AHandlerMayStopAndRestartItsWatcher) {
-    CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
-    watcher.AddEventArrivedEventHandler(&a);
-    a.during = [&](CMgmtEventArrivedArgs&) {
-        a.during = nullptr;
-        EXPECT_TRUE(watcher.Stop());
-        EXPECT_TRUE(watcher.Start());
-    };
-    ASSERT_TRUE(watcher.Start());
-    Indicate(LatestSink(), {Event(L"one"), Event(L"two")});
-    EXPECT_THAT(TakeCalls(), ElementsAre(L"A one", L"A two"));
-    Indicate(LatestSink(), {Event(L"three")});
-    EXPECT_THAT(TakeCalls(), ElementsAre(L"A three"));
-    EXPECT_TRUE(watcher.Stop());
+    EXPECT_THAT(service.Sinks(), ElementsAre(first));
 }
 
 // Counts; every third call fails.
 class Counter final : public CMgmtEventArrivedHandler {
  public:
     int OnEventArrived(CMgmtEventArrivedArgs& args) override {
-        if (TextOf(args.GetNewEvent()->GetPropertyValue(L"DisplayName")) == L"one") ++right;
+        EXPECT_EQ(TextOf(args.GetNewEvent()->GetPropertyValue(L"DisplayName")), L"one");
         if (++calls % 3 == 0) throw std::runtime_error("every third");
         return 0;
     }
     void Release() override {}
 
     std::atomic<int> calls{0};
-    std::atomic<int> right{0};
 };
 
 TEST_F(EventWatcherTest, TheServiceMayCallFromManyThreadsAtOnce) {
-    constexpr int THREADS = 4;
-    constexpr int ROUNDS = 50;
     Counter counter;
     CMgmtEventWatcher watcher(0, L"Cls", nullptr, 5);
     watcher.AddEventArrivedEventHandler(&counter);
     ASSERT_TRUE(watcher.Start());
-    const CComPtr<IWbemObjectSink> sink = LatestSink();
     const std::vector<std::string> log = Logged([&] {
-        std::vector<std::thread> threads;
-        for (int t = 0; t < THREADS; ++t)
-            threads.emplace_back([&, held = sink] {
-                for (int i = 0; i < ROUNDS; ++i) {
-                    const CComPtr<IWbemObjectSink> another(held);
-                    Indicate(another, {Event(L"one"), Event(L"one")});
-                }
-                held->SetStatus(0, WBEM_S_NO_ERROR, nullptr, nullptr);
-            });
-        for (std::thread& thread : threads)
-            thread.join();
+        RunInThreads(4, [&, held = LatestSink()] {
+            for (int i = 0; i < 75; ++i)
+                Indicate(CComPtr<IWbemObjectSink>(held), {Event(L"one"), Event(L"one")});
+        });
     });
-    constexpr int EVENTS = THREADS * ROUNDS * 2;
-    EXPECT_EQ(counter.calls, EVENTS);
-    EXPECT_EQ(counter.right, EVENTS);
-    EXPECT_EQ(std::count(log.begin(), log.end(), "failure WMI EventSink->Indicate() exception. every third"),
-              EVENTS / 3);
-    EXPECT_EQ(std::count(log.begin(), log.end(), "notice WMI EventSink->SetStatus() ok"), THREADS);
-    EXPECT_EQ(log.size(), static_cast<std::size_t>(EVENTS / 3 + THREADS)) << "no line is torn";
+    EXPECT_EQ(counter.calls, 600);
+    EXPECT_EQ(log.size(), 200U);
+    EXPECT_THAT(log, Each("failure WMI EventSink->Indicate() exception. every third")) << "no line is torn";
     EXPECT_TRUE(watcher.Stop());
 }
 

@@ -1,12 +1,11 @@
 // The exception classes, the lock and the record of a shared handle.
-#include <atomic>
 #include <stdexcept>
-#include <thread>
-#include <vector>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/platform/threads.h"
 #include "utility/management/util_ManagementException.h"
 #include "utility/management/util_SLock.h"
 
@@ -44,40 +43,29 @@ struct CountingLock {
 };
 
 TEST(Guard, ReleasesOnceAndOnlyWhatItTook) {
-    CountingLock lock;
-    EXPECT_THROW(
-        {
+    // Only -1 means that the lock is not held.
+    for (const auto& [result, released] : {std::pair{0, 1}, {-1, 0}, {5, 1}}) {
+        CountingLock lock{result};
+        try {
             const Guard<CountingLock> guard(lock);
             throw std::runtime_error("left by an exception");
-        },
-        std::runtime_error);
-    EXPECT_EQ(lock.taken, 1);
-    EXPECT_EQ(lock.released, 1);
-
-    CountingLock refusing{-1};
-    { const Guard<CountingLock> guard(refusing); }
-    EXPECT_EQ(refusing.released, 0);
-
-    CountingLock odd{5};
-    { const Guard<CountingLock> guard(odd); }
-    EXPECT_EQ(odd.released, 1) << "only -1 means that the lock is not held";
+        } catch (const std::runtime_error&) {
+        }
+        EXPECT_EQ(lock.taken, 1);
+        EXPECT_EQ(lock.released, released);
+    }
 }
 
 TEST(Lock, BlocksOfThreadsDoNotOverlapAndItsOwnerMayEnterAgain) {
     CSLock lock;
     long long counter = 0;  // not atomic: only the lock makes the sum right
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            for (int n = 0; n < 20000; ++n) {
-                const Guard<CSLock> guard(lock);
-                const Guard<CSLock> again(lock);
-                ++counter;
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    RunInThreads(4, [&] {
+        for (int n = 0; n < 20000; ++n) {
+            const Guard<CSLock> guard(lock);
+            const Guard<CSLock> again(lock);
+            ++counter;
+        }
+    });
     EXPECT_EQ(counter, 80000);
 }
 

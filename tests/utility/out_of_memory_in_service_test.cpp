@@ -1,22 +1,10 @@
 // As out_of_memory_test, with the real service behind the library: allocations fail inside the service, too.
 // What fails there is a soft failure; the store and the objects stay as usable as before.
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
-#include <new>
-#include <stdexcept>
 #include <string>
 
-#include <gtest/gtest.h>
-
-#include <atlbase.h>
-#include <comdef.h>
-#include <objbase.h>
-#include <wbemidl.h>
-
-#include "tests/doubles/failing_allocations.h"
-#include "utility/management/mgmt.h"
+#include "tests/utility/exhausted_memory.h"
+#include "tests/utility/real_service_fixture.h"
 
 namespace {
 
@@ -29,85 +17,38 @@ constexpr char kSchema[] =
     "\"20261122103000.000000+000\";"
     "  Part = instance of Inner { Text = \"within the other one\"; Numbers = {1, 2, 3}; }; };";
 
-class OutOfMemoryInService : public testing::Test {
+class OutOfMemoryInService : public RealServiceTest {
  protected:
-    void SetUp() override {
-        directory_ = (std::filesystem::temp_directory_path() / "mgmt-test-XXXXXX").string();
-        ASSERT_NE(mkdtemp(directory_.data()), nullptr);
-        setenv("MGMT_STORE", directory_.c_str(), 1);
-        ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-        CComPtr<IMofCompiler> compiler;
-        ASSERT_EQ(compiler.CoCreateInstance(CLSID_MofCompiler), S_OK);
-        std::string text = kSchema;
-        std::wstring space = L"root\\Test";
-        ASSERT_EQ(
-            compiler->CompileBuffer(static_cast<long>(text.size()), reinterpret_cast<BYTE*>(text.data()),
-                                    space.data(), nullptr, nullptr, nullptr, 0, 0, 0, nullptr),
-            S_OK);
-        MgmtInitialize(L"root\\Test");
-    }
-
-    void TearDown() override {
-        MgmtUninitialize();
-        CoUninitialize();
-        std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
-    }
+    OutOfMemoryInService() : RealServiceTest(kSchema) {}
 
     // Runs `attempt`, which tells whether it succeeded, until no allocation fails any more, and `check` after
     // each.
-    static void FailAtEachAllocation(const std::function<bool()>& attempt,
-                                     const std::function<void()>& check) {
+    static void FailAtEachAllocation(
+        const std::function<bool()>& attempt, const std::function<void()>& check = [] {}) {
         // What the service keeps for later, readers and classes, is there before leaks are counted.
         ASSERT_TRUE(attempt());
         check();
-        for (long n = 1; n < 5000; ++n) {
-            SCOPED_TRACE(n);
-            CComPtr<IErrorInfo> forgotten;
-            GetErrorInfo(0, &forgotten);
-            forgotten.Release();
-            const long before = doubles::LiveAllocations();
-            bool failed = false;
+        SetErrorInfo(0, nullptr);
+        FailEachAllocation([&] {
             bool succeeded = false;
-            {
-                const doubles::FailingAllocation failing(n);
-                try {
-                    succeeded = attempt();
-                } catch (const _com_error& failure) {
-                    EXPECT_EQ(failure.Error(), E_OUTOFMEMORY);
-                } catch (const CAtlException& failure) {
-                    EXPECT_EQ(failure.m_hr, E_OUTOFMEMORY);
-                } catch (const std::bad_alloc&) {
-                }
-                failed = failing.HasFailed();
-            }
-            GetErrorInfo(0, &forgotten);
-            forgotten.Release();
-            EXPECT_LE(doubles::LiveAllocations(), before) << "leaked";
+            Succeeds([&] { succeeded = attempt(); });
+            EXPECT_TRUE(succeeded || doubles::g_allocationSwitches.failed);
+            const doubles::SparedAllocations spared;
             check();
-            if (!failed) {
-                EXPECT_TRUE(succeeded);
-                return;
-            }
-        }
-        ADD_FAILURE() << "never succeeded";
+            SetErrorInfo(0, nullptr);
+        });
     }
-
-    std::string directory_;
 };
 
 constexpr const wchar_t* kId = L"a name of some length";
 
 TEST_F(OutOfMemoryInService, Get) {
-    const auto get = [] {
-        CMgmtObject object(L"Cls", kId, nullptr);
-        return object.Get();
-    };
-    FailAtEachAllocation(get, [] {
-        CMgmtObject object(L"Cls", kId, nullptr);
-        ASSERT_TRUE(object.Get());
-        EXPECT_EQ(object.GetProperties()->GetTotalItemCount(), 6U);
-    });
+    FailAtEachAllocation([] { return CMgmtObject(L"Cls", kId, nullptr).Get(); },
+                         [] {
+                             CMgmtObject object(L"Cls", kId, nullptr);
+                             ASSERT_TRUE(object.Get());
+                             EXPECT_EQ(object.GetProperties()->GetTotalItemCount(), 6U);
+                         });
 }
 
 TEST_F(OutOfMemoryInService, Put) {
@@ -134,15 +75,13 @@ TEST_F(OutOfMemoryInService, Put) {
 // An object whose properties the service could not list to their end is there with those before.
 TEST_F(OutOfMemoryInService, GetInstances) {
     CMgmtClass(L"None", true).GetInstances();  // what the first log line makes is kept, too
-    for (const bool useInstanceId : {true, false}) {
-        const auto list = [&] {
+    for (const bool useInstanceId : {true, false})
+        FailAtEachAllocation([&] {
             CMgmtClass instances(L"Cls", useInstanceId);
             CMgmtObjectCollection* const listed = instances.GetInstances();
             return listed->GetTotalItemCount() == 1 &&
                    listed->GetItem(0)->GetProperties()->GetTotalItemCount() == 6;
-        };
-        FailAtEachAllocation(list, [] {});
-    }
+        });
 }
 
 // An enumeration that says it has come to its end has shown everything.
@@ -175,7 +114,7 @@ TEST_F(OutOfMemoryInService, EnumerationsAreNeverShortInSilence) {
         EXPECT_TRUE(FAILED(result) || seen == kCount);
         return result == WBEM_S_FALSE;
     };
-    FailAtEachAllocation(list, [] {});
+    FailAtEachAllocation(list);
 }
 
 TEST_F(OutOfMemoryInService, CreateInstance) {

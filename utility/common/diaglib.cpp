@@ -182,11 +182,18 @@ std::string MakeLine(int level, const wchar_t* sourceFile, int line, std::wstrin
     return result;
 }
 
+// Never destroyed: subscriptions may still log while the process ends.
+union KeptLog {
+    KeptLog() : log(OpenLog()) {}
+    ~KeptLog() {}
+    const Log log;
+};
+
 void Write(int level, const wchar_t* sourceFile, int line, const wchar_t* format,
            std::va_list arguments) noexcept {
     try {
-        // Never destroyed: subscriptions may still log while the process ends.
-        static const Log& log = *std::make_unique<const Log>(OpenLog()).release();
+        static const KeptLog kept;
+        const Log& log = kept.log;
         if (log.logger == nullptr || (log.failuresOnly && level != LEVEL_FAILURE)) return;
 
         const std::wstring text = FormatText(format, arguments);
