@@ -113,8 +113,8 @@ class RepositoryWriter : public RepositoryReader {
     Status DeleteClass(const Namespace& space, std::string_view name,
                        ClassUpdate update = ClassUpdate::kSafe);
 
-    // Declares a qualifier, or declares it anew; what carries it stays as it is. `is_changed` is false when it
-    // was declared just so already.
+    // Declares a qualifier, or declares it anew; what carries it stays as it is. `is_changed` is false when
+    // it was declared just so already.
     Status PutQualifierDeclaration(const Namespace& space, const QualifierDeclaration& declaration,
                                    bool& is_changed);
 
