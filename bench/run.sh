@@ -25,6 +25,9 @@ echo
 echo "events:"
 python3 bench/events.py "$bin"
 echo
+echo "schemas:"
+python3 bench/schema.py "$bin"
+echo
 echo "the tool:"
 python3 bench/tool.py "$bin"
 
