@@ -38,7 +38,8 @@ def description(source):
 
 def class_text(number, source):
     name = f"Bench_Element{number:05}"
-    above = f" : Bench_Element{source.randrange(max(0, number - 200), number):05}" if number > 0 else ""
+    # About as deep, whatever the number of classes: each derives from one of a tenth of the number.
+    above = f" : Bench_Element{source.randrange(number // 10, number // 5 + 1):05}" if number > 0 else ""
     lines = [f"[{description(source)}]", f"class {name}{above} {{"]
     if number == 0:
         lines.append("  [Key, MaxLen(256)] string INSTANCE_ID;")

@@ -66,7 +66,7 @@ const std::vector<Qualifier>& QualifierSet::InEffect() const {
     const ClassDefinition& definition = *object_->Definition();
     if (!property_) return definition.Qualifiers();
     const auto index = definition.FindProperty(std::string_view(*property_));
-    return index ? definition.Properties()[*index].qualifiers : none;
+    return index ? definition.Properties()[*index].qualifiers.list() : none;
 }
 
 std::vector<Qualifier>& QualifierSet::OwnOf(ClassDeclaration& declaration) const {

@@ -88,7 +88,7 @@ class ObjectWriter {
             SERVICE_RETURN_IF_ERROR(instance.Read(i, storage, view));
             const PropertyDefinition& property = properties[i];
             SERVICE_RETURN_IF_ERROR(WriteProperty({property.name, property.type, view, property.origin,
-                                                   !is_set, &property.qualifiers, nullptr}));
+                                                   !is_set, &property.qualifiers.list(), nullptr}));
         }
         out_.End();
         return {};
@@ -108,7 +108,7 @@ class ObjectWriter {
             const ValueView view = ViewOf(property.default_value);
             SERVICE_RETURN_IF_ERROR(WriteProperty(
                 {property.name, property.type, view, is_own ? name : std::string_view(property.origin),
-                 !property.is_local, &property.qualifiers, OwnQualifiers(declaration, property)}));
+                 !property.is_local, &property.qualifiers.list(), OwnQualifiers(declaration, property)}));
         }
         out_.End();
         return {};

@@ -208,7 +208,10 @@ Status ClassDefinition::Inherit() {
     properties_ = superclass_->properties_;
     for (PropertyDefinition& inherited : properties_) {
         inherited.is_local = false;
-        DropRestricted(inherited.qualifiers);
+        if (!HasRestricted(inherited.qualifiers)) continue;
+        std::vector<Qualifier> kept = inherited.qualifiers;
+        DropRestricted(kept);
+        inherited.qualifiers = std::move(kept);
         inherited.is_not_null = SaysNotNull(inherited.qualifiers);
     }
     methods_ = superclass_->methods_;
@@ -325,8 +328,10 @@ Status ClassDefinition::Redeclare(PropertyDefinition& inherited, const PropertyD
     inherited.type = declared.type;
     // A redeclaration without a default keeps the inherited one.
     if (!IsNull(declared.default_value)) inherited.default_value = declared.default_value;
+    std::vector<Qualifier> merged = inherited.qualifiers;
     SERVICE_RETURN_IF_ERROR(MergeQualifiers("property " + declaration_.name + "." + declared.name,
-                                            superclass_->Name(), declared.qualifiers, inherited.qualifiers));
+                                            superclass_->Name(), declared.qualifiers, merged));
+    inherited.qualifiers = std::move(merged);
     inherited.is_local = true;
     inherited.is_not_null = SaysNotNull(inherited.qualifiers);
     if (inherited.is_key || !HasTrueQualifier(declared.qualifiers, kKey)) return {};

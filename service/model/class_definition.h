@@ -101,6 +101,24 @@ struct PropertyId {
     friend bool operator==(const PropertyId&, const PropertyId&) = default;
 };
 
+// A list of qualifiers that never changes, shared by all classes that have it from the same one: published
+// schemas say more of a property than the property itself takes.
+class SharedQualifiers {
+ public:
+    SharedQualifiers() = default;
+    SharedQualifiers(std::vector<Qualifier> list)
+        : list_(std::make_shared<const std::vector<Qualifier>>(std::move(list))) {}
+
+    operator const std::vector<Qualifier>&() const noexcept { return list(); }
+    const std::vector<Qualifier>& list() const noexcept {
+        static const std::vector<Qualifier> none;
+        return list_ ? *list_ : none;
+    }
+
+ private:
+    std::shared_ptr<const std::vector<Qualifier>> list_;
+};
+
 struct PropertyDefinition {
     PropertyId id;
     std::string name;
@@ -108,9 +126,9 @@ struct PropertyDefinition {
     std::wstring wide_name;
     PropertyType type;
     Value default_value;
-    std::vector<Qualifier> qualifiers;  // its own and the inherited ones
-    std::string origin;                 // the class that declared it first
-    bool is_local = false;              // declared or redeclared by the class itself
+    SharedQualifiers qualifiers;  // its own and the inherited ones
+    std::string origin;           // the class that declared it first
+    bool is_local = false;        // declared or redeclared by the class itself
     bool is_key = false;
     bool is_not_null = false;
 };

@@ -107,7 +107,7 @@ TEST(ClassDefinition, RestrictedQualifiersStayWhereTheyAre) {
     const ClassPtr top = Resolved(declaration);
     EXPECT_TRUE(At(top, "P").is_not_null);
     const ClassPtr sub = Resolved(Declare("Sub", {}, "Top"), top);
-    EXPECT_EQ(At(sub, "P").qualifiers.size(), 1U);
+    EXPECT_EQ(At(sub, "P").qualifiers.list().size(), 1U);
     EXPECT_FALSE(At(sub, "P").is_not_null);
 }
 
