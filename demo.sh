@@ -119,7 +119,7 @@ say 'A process that watches is told what the others do, as they do it'
 note '$ mgmtctl watch RetentionPolicy --id watched --count 8 &'
 timeout 60 mgmtctl watch RetentionPolicy --id watched --count 8 > "$scratch/watch" 2> "$scratch/watching" & watcher=$!
 background=("$watcher")
-until grep -q '^watching' "$scratch/watching"; do
+until grep -q '^watching' "$scratch/watching" 2> /dev/null; do
     kill -0 "$watcher" 2> /dev/null || fail "the watch ended: $(cat "$scratch/watching")"
     sleep 0.05
 done
