@@ -9,21 +9,6 @@
 namespace service {
 namespace {
 
-Value OwnedCopy(const ValueView& view) {
-    return std::visit(
-        [](const auto& held) -> Value {
-            using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::string_view>) {
-                return std::string(held);
-            } else if constexpr (std::is_pointer_v<Held>) {
-                return *held;
-            } else {
-                return held;
-            }
-        },
-        view);
-}
-
 constexpr uint64_t kIsKnown = uint64_t{1} << 63;
 
 void Add(const ObjectPtr& object, Embedding& sum) {

@@ -176,6 +176,21 @@ ValueView ViewOf(const Value& value) {
         value);
 }
 
+Value OwnedCopy(const ValueView& view) {
+    return std::visit(
+        [](const auto& held) -> Value {
+            using Held = std::decay_t<decltype(held)>;
+            if constexpr (std::is_same_v<Held, std::string_view>) {
+                return std::string(held);
+            } else if constexpr (std::is_pointer_v<Held>) {
+                return *held;
+            } else {
+                return held;
+            }
+        },
+        view);
+}
+
 ValueView ViewOf(const Scalar& value) {
     return std::visit(
         [](const auto& held) -> ValueView {

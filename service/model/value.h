@@ -116,6 +116,10 @@ using ValueView = std::variant<std::monostate, bool, int64_t, uint64_t, double, 
 
 ValueView ViewOf(const Value& value);
 ValueView ViewOf(const Scalar& value);
+
+// A value of its own with what the view shows.
+Value OwnedCopy(const ValueView& view);
+
 inline bool IsNull(const Value& value) noexcept {
     return value.index() == 0;
 }

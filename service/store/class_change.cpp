@@ -38,21 +38,6 @@ bool HasSameKeys(const ClassDefinition& older, const ClassDefinition& newer) {
                       });
 }
 
-Value OwnedValue(const ValueView& view) {
-    return std::visit(
-        [](const auto& held) -> Value {
-            using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::string_view>) {
-                return std::string(held);
-            } else if constexpr (std::is_pointer_v<Held>) {
-                return *held;
-            } else {
-                return held;
-            }
-        },
-        view);
-}
-
 std::string ShownPath(const Instance& instance) {
     const Result<std::string> path = RelativePathOf(instance);
     return path.ok() ? ClipForMessage(*path, kMaxShownPath) : "an instance of " + instance.Class()->Name();
@@ -404,7 +389,7 @@ Result<Instance> ClassChange::Converted(const Instance& instance, const ClassPtr
         ValueView view;
         SERVICE_RETURN_IF_ERROR(instance.ReadOwn(i, is_set, storage, view));
         if (!is_set) continue;
-        Value value = OwnedValue(view);
+        Value value = OwnedCopy(view);
         if (properties[i].type.type == CimType::kObject) {
             SERVICE_ASSIGN_OR_RETURN(value, ConvertedObjects(std::move(value)));
         }

@@ -136,18 +136,7 @@ inline Value ValueOf(const Instance& instance, std::string_view property) {
     ValueView view;
     const auto index = instance.Class()->FindProperty(property);
     if (!index || !instance.Read(*index, storage, view).ok()) return std::string("unreadable");
-    return std::visit(
-        [](const auto& held) -> Value {
-            using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::string_view>) {
-                return std::string(held);
-            } else if constexpr (std::is_pointer_v<Held>) {
-                return *held;
-            } else {
-                return held;
-            }
-        },
-        view);
+    return OwnedCopy(view);
 }
 
 }  // namespace service
