@@ -2,6 +2,8 @@
 //
 //   file      = meta-page, meta-page, * page                 ; transaction n writes meta page n & 1
 //   page      = u64 number, u16 pad, u16 flags, lower-upper / u32 pages, contents
+//               ; flags are the kind alone: the others are of pages in memory, and LMDB would write into
+//               ; the map if a page of the file had one
 //   lower-upper = u16 end of the offsets, u16 begin of the nodes
 //   meta-page = page header, u32 magic, u32 version, u64 address, u64 map size, tree of free pages,
 //               tree of tables, u64 last page, u64 transaction
@@ -31,7 +33,7 @@ constexpr size_t kNodeBytes = 8;
 constexpr size_t kTreeBytes = 48;
 constexpr uint32_t kMagic = 0xBEEFC0DE;
 constexpr uint32_t kVersion = 1;
-constexpr uint16_t kBranch = 0x01, kLeaf = 0x02, kOverflow = 0x04, kMeta = 0x08, kKinds = 0x6F;
+constexpr uint16_t kBranch = 0x01, kLeaf = 0x02, kOverflow = 0x04, kMeta = 0x08;
 constexpr uint16_t kBigData = 0x01, kSubTree = 0x02;
 constexpr uint16_t kIntegerKey = 0x08;
 constexpr uint64_t kNoPage = UINT64_MAX;
@@ -76,8 +78,8 @@ struct Meta {
           transaction(At<uint64_t>(page + kHeaderBytes + 32 + 2 * kTreeBytes)) {}
 
     bool Holds(size_t index, size_t page_bytes) const noexcept {
-        const bool is_lmdb = magic == kMagic && version == kVersion && number == index &&
-                             (flags & kKinds) == kMeta && free.pad == page_bytes;
+        const bool is_lmdb = magic == kMagic && version == kVersion && number == index && flags == kMeta &&
+                             free.pad == page_bytes;
         const bool is_sane = free.flags == kIntegerKey && tables.flags == 0 && last_page >= 1 &&
                              map_bytes <= kMostMapBytes && last_page < kMostMapBytes / page_bytes;
         return is_lmdb && is_sane && IsWithin(free) && IsWithin(tables) &&
@@ -208,9 +210,9 @@ class PageWalk {
         ++(levels > 1 ? place.branches : place.leaves);
         const auto lower = At<uint16_t>(page.data() + 12);
         const auto upper = At<uint16_t>(page.data() + 14);
-        const bool is_page = At<uint64_t>(page.data()) == number &&
-                             (At<uint16_t>(page.data() + 10) & kKinds) == kind && lower >= kHeaderBytes &&
-                             lower % 2 == 0 && lower <= upper && upper <= page_bytes_;
+        const bool is_page = At<uint64_t>(page.data()) == number && At<uint16_t>(page.data() + 10) == kind &&
+                             lower >= kHeaderBytes && lower % 2 == 0 && lower <= upper &&
+                             upper <= page_bytes_;
         if (!is_page) return Report(number, std::string("is damaged, which should hold ") + place.what);
         const size_t count = (lower - kHeaderBytes) / 2;
         if (count == 0)
@@ -294,7 +296,7 @@ class PageWalk {
         if (!Take(first, place.what) || !ReadPage(first, page)) return goes_on_;
         const uint64_t count = At<uint32_t>(page.data() + 12);
         const bool is_overflow = At<uint64_t>(page.data()) == first &&
-                                 (At<uint16_t>(page.data() + 10) & kKinds) == kOverflow &&
+                                 At<uint16_t>(page.data() + 10) == kOverflow &&
                                  count >= (kHeaderBytes - 1 + data_bytes) / page_bytes_ + 1;
         if (!is_overflow || count > last_page_ - first + 1) {
             Report(first, std::string("is damaged, which should begin a long entry of ") + place.what);
