@@ -70,7 +70,8 @@ MofCollection::Fault MofCollection::Collect(MofUnit& unit, const std::string& fi
         } else if (const auto* flags = std::get_if<MofUpdateFlags>(&declaration)) {
             (flags->is_for_classes ? state.classes : state.instances) = flags->update;
         } else if (const auto* qualifier = std::get_if<MofQualifierType>(&declaration)) {
-            fault = CollectQualifier(unit, *qualifier, state.space);
+            NoteUse(unit, qualifier->name.offset, state.space);
+            qualifiers_.push_back({&unit, qualifier, state.space, {}});
         } else if (auto* declared = std::get_if<MofClass>(&declaration)) {
             fault = CollectClass(unit, *declared, state);
         } else {
@@ -134,22 +135,6 @@ MofCollection::Fault MofCollection::EnterNamespace(MofUnit& unit, const MofNames
 void MofCollection::NoteUse(const MofUnit& unit, size_t offset, size_t space) {
     if (first_uses_.size() <= space) first_uses_.resize(space + 1);
     if (!first_uses_[space].unit) first_uses_[space] = {&unit, offset};
-}
-
-MofCollection::Fault MofCollection::CollectQualifier(MofUnit& unit, const MofQualifierType& declared,
-                                                     size_t space) {
-    NoteUse(unit, declared.name.offset, space);
-    const auto [known, is_new] =
-        qualifier_numbers_.try_emplace({space, Fold(declared.name.text)}, qualifiers_.size());
-    if (!is_new) {
-        const auto& earlier = qualifiers_[known->second];
-        return unit.CheckFault(declared.name.offset, WBEM_E_ALREADY_EXISTS,
-                               "qualifier " + Clip(declared.name.text) +
-                                   " is declared twice in this import, first at " +
-                                   PlaceOf(*earlier.unit, earlier.node->name.offset));
-    }
-    qualifiers_.push_back({&unit, &declared, space, {}});
-    return {};
 }
 
 MofCollection::Fault MofCollection::CollectClass(MofUnit& unit, MofClass& declared, const State& state) {

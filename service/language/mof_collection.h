@@ -78,6 +78,9 @@ class MofCollection {
     // `files` may be null: then nothing can be included.
     MofCollection(MofScope& scope, MofFiles* files) : scope_(scope), files_(files) {}
 
+    // "file:line:column", to name a place other than the one at fault.
+    static std::string PlaceOf(const MofUnit& unit, size_t offset);
+
     // Reads the sources, which begin in the namespace `space`, and what they include.
     [[nodiscard]] Fault Read(std::span<const MofSource> sources, size_t space);
 
@@ -85,6 +88,7 @@ class MofCollection {
     const std::vector<Place>& first_uses() const noexcept { return first_uses_; }
     // The names of the namespaces that instances of __Namespace declare.
     const std::vector<Placed<const MofValue>>& children() const noexcept { return children_; }
+    // Those that are declared more than once in a namespace stand there each time.
     const std::vector<Placed<const MofQualifierType>>& qualifiers() const noexcept { return qualifiers_; }
     const std::vector<Placed<MofClass>>& classes() const noexcept { return classes_; }
     const std::vector<Placed<MofObject>>& objects() const noexcept { return objects_; }
@@ -115,14 +119,12 @@ class MofCollection {
     Fault Include(MofUnit& unit, const std::string& including, const MofInclude& include, State& state);
     Fault CircleFault(const MofUnit& unit, const MofInclude& include, const MofFiles::Found& found) const;
     Fault EnterNamespace(MofUnit& unit, const MofNamespace& pragma, State& state);
-    Fault CollectQualifier(MofUnit& unit, const MofQualifierType& declared, size_t space);
     Fault CollectClass(MofUnit& unit, MofClass& declared, const State& state);
     Fault CollectObject(MofUnit& unit, MofObject& object, const State& state);
     Fault CollectNamespace(MofUnit& unit, const MofObject& object, size_t space);
     Fault CollectDeletion(MofUnit& unit, const MofDeletion& deletion, size_t space);
     Fault SplitDeletions();
     void NoteUse(const MofUnit& unit, size_t offset, size_t space);
-    static std::string PlaceOf(const MofUnit& unit, size_t offset);
 
     struct Open {
         std::string name;
@@ -138,7 +140,6 @@ class MofCollection {
     std::vector<Place> first_uses_;  // by namespace
     std::vector<Placed<const MofValue>> children_;
     std::vector<Placed<const MofQualifierType>> qualifiers_;
-    std::map<std::pair<size_t, std::string>, size_t> qualifier_numbers_;  // by namespace and folded name
     std::vector<Placed<MofClass>> classes_;
     std::vector<Placed<MofObject>> objects_;
     std::vector<Deletion> deletions_;

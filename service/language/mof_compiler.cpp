@@ -1,5 +1,7 @@
 #include "service/language/mof_compiler.h"
 
+#include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -8,6 +10,7 @@
 #include "service/language/mof_scope.h"
 #include "service/language/mof_syntax.h"
 #include "service/language/mof_warnings.h"
+#include "service/model/text.h"
 
 namespace service {
 namespace {
@@ -19,6 +22,12 @@ void Drop(MofClass& declared) {
     std::vector<MofQualifier>().swap(declared.qualifiers);
     std::vector<MofProperty>().swap(declared.properties);
     std::vector<MofMethod>().swap(declared.methods);
+}
+
+// Names may differ in case.
+bool SameQualifier(const QualifierDeclaration& a, const QualifierDeclaration& b) {
+    return a.type.SameShape(b.type) && a.type.max_elements == b.type.max_elements && a.scope == b.scope &&
+           a.flavor == b.flavor && SameValue(a.default_value, b.default_value);
 }
 
 class Importer {
@@ -121,17 +130,44 @@ class Importer {
         return {};
     }
 
+    // The files of a product may each bring along the declarations that they use: one that says the same
+    // again is read past.
     Fault PutQualifiers() {
-        for (const auto& [unit, declared, space, update] : collection_.qualifiers()) {
+        std::map<std::pair<size_t, std::string>, size_t> known;  // by namespace and folded name
+        const auto& qualifiers = collection_.qualifiers();
+        for (size_t i = 0; i < qualifiers.size(); ++i) {
+            const auto& [unit, declared, space, update] = qualifiers[i];
             QualifierDeclaration declaration;
             if (Fault fault = unit->qualifiers.Declare(*declared, declaration)) return fault;
-            Status fault = scope_.Enter(space);
-            if (fault.ok()) fault = target_.PutQualifierDeclaration(std::move(declaration));
-            if (!fault.ok()) return unit->StoreFault(declared->name.offset, fault);
-            ++summary_.qualifiers;
+            const auto [earlier, is_new] = known.try_emplace({space, Fold(declaration.name)}, i);
+            Fault fault = is_new ? PutQualifier(qualifiers[i], std::move(declaration))
+                                 : CompareQualifier(qualifiers[earlier->second], qualifiers[i], declaration);
+            if (fault) return fault;
             ReportProgress();
         }
         return {};
+    }
+
+    Fault PutQualifier(const MofCollection::Placed<const MofQualifierType>& placed,
+                       QualifierDeclaration declaration) {
+        Status fault = scope_.Enter(placed.space);
+        if (fault.ok()) fault = target_.PutQualifierDeclaration(std::move(declaration));
+        if (!fault.ok()) return placed.unit->StoreFault(placed.node->name.offset, fault);
+        ++summary_.qualifiers;
+        return {};
+    }
+
+    static Fault CompareQualifier(const MofCollection::Placed<const MofQualifierType>& earlier,
+                                  const MofCollection::Placed<const MofQualifierType>& placed,
+                                  const QualifierDeclaration& declaration) {
+        QualifierDeclaration first;
+        if (Fault fault = earlier.unit->qualifiers.Declare(*earlier.node, first)) return fault;
+        if (SameQualifier(first, declaration)) return {};
+        return placed.unit->CheckFault(
+            placed.node->name.offset, WBEM_E_ALREADY_EXISTS,
+            "qualifier " + Clip(declaration.name) + " is declared otherwise in this import, at " +
+                MofCollection::PlaceOf(*earlier.unit, earlier.node->name.offset) +
+                ": declare it once, or alike each time");
     }
 
     Fault PutClasses() {

@@ -69,6 +69,7 @@ TEST_F(MofSchema, QualifiersAreWhatTheirDeclarationsSay) {
         ElementsAre("a.mof:1:46: qualifier List stands at class Second, it is declared for properties"));
     EXPECT_EQ(Run("class Quiet { [List] string A; [List] object ref B; };"), "");
     EXPECT_THAT(warnings, ElementsAre());
+    EXPECT_EQ(Run("Qualifier Again : uint8 = 2, Scope(any);\nQualifier AGAIN : Uint8 = 0x2, Scope(any);"), "");
 
     const std::vector<std::tuple<std::string, std::string>> cases{
         {"[Size(\"5\")] class X {};",
@@ -79,8 +80,8 @@ TEST_F(MofSchema, QualifiersAreWhatTheirDeclarationsSay) {
          "qualifier List of property X.P: the number 1 was found, uint8[] takes"},
         {"[Flag] class Y {};\n[Flag(FALSE)] class X : Y {};",
          "a.mof:2:21: qualifier Flag of class X has another value than that which is inherited from class Y"},
-        {"Qualifier Size : uint8, Scope(any);\nQualifier SIZE : uint8, Scope(any);",
-         "declared twice in this import, first at a.mof:1"},
+        {"Qualifier Size : uint8, Scope(any);\nQualifier SIZE : uint8, Scope(class);",
+         "a.mof:2:11: qualifier SIZE is declared otherwise in this import, at a.mof:1"},
         {"Qualifier Odd : Policy, Scope(any);", "a.mof:1:17: qualifier Odd cannot be of type \"Policy\""},
         {"Qualifier Odd : uint8 = 256, Scope(any);",
          "a.mof:1:25: the value of qualifier Odd: the number 256"},
