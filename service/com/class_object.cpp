@@ -175,6 +175,19 @@ void ClassObject::FillIn(size_t index, CIMTYPE* type, long* flavor) const {
     if (flavor) *flavor = IsLocal(index) ? WBEM_FLAVOR_ORIGIN_LOCAL : WBEM_FLAVOR_ORIGIN_PROPAGATED;
 }
 
+template <typename Function>
+HRESULT ClassObject::AtObject(Function&& function) const {
+    return AtBoundary([&]() -> Status {
+        Status fault = function();
+        if (fault.ok() || !connection_) return fault;
+        const bool has_path = !IsClass() && !(Definition()->Keys().empty() && !Definition()->IsSingleton());
+        const Result<std::string> path =
+            has_path ? RelativePathOf(AsInstance()) : Status(WBEM_E_NOT_FOUND, "");
+        const std::string place = path.ok() ? "instance " + ClipForMessage(*path, kMaxShownPath) + ", " : "";
+        return {fault.code(), fault.reason() + " (" + place + "namespace " + connection_->space.path + ")"};
+    });
+}
+
 HRESULT ClassObject::GetQualifierSet(IWbemQualifierSet** ppQualSet) {
     return AtBoundary([&]() -> Status {
         if (!ppQualSet) return NullArgument("ppQualSet");
@@ -184,7 +197,7 @@ HRESULT ClassObject::GetQualifierSet(IWbemQualifierSet** ppQualSet) {
 }
 
 HRESULT ClassObject::Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE* pType, long* plFlavor) {
-    return AtBoundary([&]() -> Status {
+    return AtObject([&]() -> Status {
         if (!wszName) return NullArgument("wszName");
         SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
         const auto system = FindSystemProperty(wszName);
@@ -206,7 +219,7 @@ HRESULT ClassObject::Get(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE* p
 }
 
 HRESULT ClassObject::Put(LPCWSTR wszName, long lFlags, VARIANT* pVal, CIMTYPE Type) {
-    return AtBoundary([&]() -> Status {
+    return AtObject([&]() -> Status {
         if (!wszName) return NullArgument("wszName");
         SERVICE_RETURN_IF_ERROR(CheckNoFlags(lFlags));
         if (!IsClass()) {
@@ -300,7 +313,7 @@ Status ClassObject::PutSystemProperty(const std::string& name, const VARIANT* va
 
 // On an instance the property goes back to its class's default; on a class its own declaration goes.
 HRESULT ClassObject::Delete(LPCWSTR wszName) {
-    return AtBoundary([&]() -> Status {
+    return AtObject([&]() -> Status {
         if (!wszName) return NullArgument("wszName");
         if (FindSystemProperty(wszName))
             return {WBEM_E_INVALID_OPERATION,

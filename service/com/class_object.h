@@ -115,6 +115,9 @@ class ClassObject final : public ComObject<IWbemClassObject, IServiceObject> {
 
     bool IsLocal(size_t index) const;
     bool IsListed(size_t index, long flags) const;
+    // Runs `function`, and names the instance and the namespace in what it fails with.
+    template <typename Function>
+    HRESULT AtObject(Function&& function) const;
     Status ReadProperty(size_t index, VARIANT* variant) const;
     Status PutInstanceProperty(size_t index, const VARIANT* variant, CIMTYPE type);
     Status PutClassProperty(const std::string& name, const VARIANT* variant, CIMTYPE type);

@@ -1,5 +1,6 @@
 #include "service/com/services.h"
 
+#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -15,12 +16,27 @@
 namespace service {
 namespace {
 
-Status NotSupported(const char* what) {
-    return {WBEM_E_NOT_SUPPORTED, std::string(what) + " is not supported by this service"};
+Status NotSupported(const char* what, const char* way_out) {
+    return {WBEM_E_NOT_SUPPORTED, std::string(what) + " is not supported by this service: " + way_out};
 }
 
-HRESULT Unsupported(const char* what) noexcept {
-    return AtBoundary([&] { return NotSupported(what); });
+HRESULT Unsupported(const char* what, const char* way_out) noexcept {
+    return AtBoundary([&] { return NotSupported(what, way_out); });
+}
+
+HRESULT UnsupportedAsync() noexcept {
+    return Unsupported("an asynchronous request", "make the one that waits, on a thread of your own");
+}
+
+HRESULT UnsupportedMethod() noexcept {
+    return Unsupported("the call of a method",
+                       "the methods of a class are kept as it declares them, no more");
+}
+
+std::string InHex(long flags) {
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%lX", static_cast<unsigned long>(flags) & 0xFFFFFFFF);
+    return text;
 }
 
 // Requests run to their end before they return, so the flags that ask for it early change nothing; those that
@@ -29,9 +45,9 @@ Status CheckFlags(long flags, long known) {
     constexpr long kHarmless = WBEM_FLAG_RETURN_IMMEDIATELY | WBEM_FLAG_FORWARD_ONLY |
                                WBEM_FLAG_USE_AMENDED_QUALIFIERS | WBEM_FLAG_DIRECT_READ;
     if ((flags & ~(known | kHarmless)) == 0) return {};
-    return {WBEM_E_INVALID_PARAMETER, "flags " + std::to_string(flags & ~kHarmless) +
+    return {WBEM_E_INVALID_PARAMETER, "flags " + InHex(flags & ~kHarmless) +
                                           " are not known for this request, which takes " +
-                                          (known ? std::to_string(known) : "none")};
+                                          (known ? "those of " + InHex(known) : "none")};
 }
 
 Result<PutCondition> ConditionOf(long flags) {
@@ -304,7 +320,8 @@ HRESULT Services::DeleteInstance(const BSTR strObjectPath, long lFlags, IWbemCon
         SERVICE_ASSIGN_OR_RETURN(const std::string text, TakeText(strObjectPath, "the object path"));
         SERVICE_ASSIGN_OR_RETURN(const ObjectPath path, ParseObjectPath(text));
         SERVICE_ASSIGN_OR_RETURN(const ConnectionPtr connection, ConnectionFor(path));
-        if (IsNamespaceClass(path.class_name)) return NotSupported("deleting a namespace");
+        if (IsNamespaceClass(path.class_name))
+            return NotSupported("deleting a namespace", "delete its classes, the name does no harm");
         return In(*connection, connection->repository->DeleteInstance(connection->space, path));
     });
 }
@@ -360,42 +377,42 @@ HRESULT Services::CancelAsyncCall(IWbemObjectSink* pSink) {
 }
 
 HRESULT Services::QueryObjectSink(long, IWbemObjectSink**) {
-    return Unsupported("a sink of the service");
+    return Unsupported("a sink of the service", "implement IWbemObjectSink");
 }
 HRESULT Services::GetObjectAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::PutClassAsync(IWbemClassObject*, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::DeleteClassAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::CreateClassEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::PutInstanceAsync(IWbemClassObject*, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::DeleteInstanceAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::CreateInstanceEnumAsync(const BSTR, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("an asynchronous request");
+    return UnsupportedAsync();
 }
 HRESULT Services::ExecQueryAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemObjectSink*) {
-    return Unsupported("a query");
+    return UnsupportedAsync();
 }
 HRESULT Services::ExecNotificationQuery(const BSTR, const BSTR, long, IWbemContext*, IEnumWbemClassObject**) {
-    return Unsupported("a notification query");
+    return Unsupported("a semisynchronous notification query", "call ExecNotificationQueryAsync");
 }
 HRESULT Services::ExecMethod(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*,
                              IWbemClassObject**, IWbemCallResult**) {
-    return Unsupported("a method");
+    return UnsupportedMethod();
 }
 HRESULT Services::ExecMethodAsync(const BSTR, const BSTR, long, IWbemContext*, IWbemClassObject*,
                                   IWbemObjectSink*) {
-    return Unsupported("a method");
+    return UnsupportedMethod();
 }
 
 }  // namespace service

@@ -161,8 +161,34 @@ Status Mismatch(const PropertyType& type, const std::string& found) {
     return {WBEM_E_TYPE_MISMATCH, found + " cannot become a value of type " + DescribeAllowed(type)};
 }
 
-std::string DescribeVariant(VARTYPE type) {
-    return "a variant of type " + std::to_string(type);
+// With what it holds where that is short.
+std::string DescribeVariant(const VARIANT& variant) {
+    constexpr size_t kMaxShown = 40;
+    switch (variant.vt) {
+        case VT_EMPTY:
+            return "an empty variant";
+        case VT_BSTR:
+            return "the text \"" +
+                   ClipForMessage(ToUtf8Lossy({variant.bstrVal, SysStringLen(variant.bstrVal)}), kMaxShown) +
+                   '"';
+        case VT_BOOL:
+            return variant.boolVal ? "the boolean TRUE" : "the boolean FALSE";
+        case VT_UI1:
+            return "the number " + std::to_string(variant.bVal);
+        case VT_I2:
+            return "the number " + std::to_string(variant.iVal);
+        case VT_I4:
+            return "the number " + std::to_string(variant.lVal);
+        case VT_R4:
+        case VT_R8:
+            return "the real " + std::to_string(variant.vt == VT_R4 ? variant.fltVal : variant.dblVal);
+        case VT_UNKNOWN:
+        case VT_DISPATCH:
+            return "an object";
+        default:
+            return (variant.vt & VT_ARRAY ? "an array of variants of type " : "a variant of type ") +
+                   std::to_string(variant.vt & VT_TYPEMASK);
+    }
 }
 
 // What a scalar variant says, whatever integer or real type it says it in.
@@ -292,7 +318,7 @@ bool ToBoolean(const Plain& plain, bool& flag) {
 
 Result<Value> ReadInteger(const PropertyType& type, const VARIANT& variant, const Plain& plain) {
     Whole whole;
-    if (!ReadWhole(plain, whole)) return Mismatch(type, DescribeVariant(variant.vt));
+    if (!ReadWhole(plain, whole)) return Mismatch(type, DescribeVariant(variant));
     UndoSign(type.type, variant, whole);
     const IntegerRange range = RangeOf(type.type);
     const uint64_t lowest = ~static_cast<uint64_t>(range.low) + 1;
@@ -308,7 +334,7 @@ Result<Value> ReadScalar(const PropertyType& type, const VARIANT& variant, Unwra
     if (variant.vt == VT_NULL) return Value();
     if (RepresentationOf(type.type) == Representation::kObject) {
         if (variant.vt != VT_UNKNOWN && variant.vt != VT_DISPATCH)
-            return Mismatch(type, DescribeVariant(variant.vt));
+            return Mismatch(type, DescribeVariant(variant));
         if (!variant.punkVal) return Value();
         SERVICE_ASSIGN_OR_RETURN(ObjectPtr object, unwrap(variant.punkVal));
         return Value(std::move(object));
@@ -328,7 +354,7 @@ Result<Value> ReadScalar(const PropertyType& type, const VARIANT& variant, Unwra
             if (auto* text = std::get_if<std::string>(&plain)) return Value(std::move(*text));
             break;
     }
-    return Mismatch(type, DescribeVariant(variant.vt));
+    return Mismatch(type, DescribeVariant(variant));
 }
 
 // The element as a variant that borrows what the array owns.
@@ -418,12 +444,12 @@ Result<Value> FromVariant(const PropertyType& type, const VARIANT& variant, Unwr
         CComVariant direct;
         const HRESULT copied = VariantCopyInd(&direct, &variant);
         if (copied == E_OUTOFMEMORY) throw std::bad_alloc();
-        if (FAILED(copied)) return Mismatch(type, DescribeVariant(variant.vt));
+        if (FAILED(copied)) return Mismatch(type, DescribeVariant(variant));
         return FromVariant(type, direct, unwrap);
     }
     if (variant.vt == VT_NULL) return Value();
     if (type.is_array) {
-        if (!(variant.vt & VT_ARRAY)) return Mismatch(type, DescribeVariant(variant.vt));
+        if (!(variant.vt & VT_ARRAY)) return Mismatch(type, DescribeVariant(variant));
         return ReadArray(type, variant.parray, unwrap);
     }
     return ReadScalar(type, variant, unwrap);

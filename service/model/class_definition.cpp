@@ -349,7 +349,8 @@ Status ClassDefinition::CheckMayBeKey(const PropertyDeclaration& declared) const
     }
     if (!MayBeKey(declared.type)) {
         return {WBEM_E_INVALID_PROPERTY_TYPE,
-                owner + " cannot be a key: its type is " + DescribeType(declared.type)};
+                owner + " cannot be a key: its type is " + DescribeType(declared.type) +
+                    ", a key is an integer, a boolean, a string, a char16, a datetime or a reference"};
     }
     return {};
 }

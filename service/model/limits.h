@@ -44,4 +44,7 @@ inline constexpr size_t kMaxArrayElements = 16'777'216;
 // Bytes of the record of one instance or class.
 inline constexpr size_t kMaxRecordBytes = size_t{256} << 20;
 
+// Bytes of an instance's path that a message shows.
+inline constexpr size_t kMaxShownPath = 300;
+
 }  // namespace service

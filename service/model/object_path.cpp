@@ -377,7 +377,9 @@ Result<std::string> KeyOf(const Instance& instance) {
     if (definition.Keys().empty() && !definition.IsSingleton()) {
         return Status(
             WBEM_E_INVALID_OBJECT,
-            "class " + definition.Name() + " has no key property, so it cannot have instances of its own");
+            "class " + definition.Name() +
+                " has no key property, so it cannot have instances of its own: declare one [key], or an "
+                "instance embedded in one that has");
     }
     for (const size_t index : definition.Keys()) {
         Value storage;

@@ -4,6 +4,7 @@
 #include <optional>
 #include <set>
 
+#include "service/model/limits.h"
 #include "service/model/object_path.h"
 #include "service/model/text.h"
 #include "service/store/classes_of_a_moment.h"
@@ -14,7 +15,6 @@ namespace {
 
 // Of instances that are held at a time.
 constexpr size_t kEnoughBytes = size_t{1} << 20;
-constexpr size_t kMaxShownPath = 300;
 
 std::string Counted(uint64_t count) {
     return std::to_string(count) + (count == 1 ? " instance" : " instances");

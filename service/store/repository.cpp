@@ -44,18 +44,18 @@ Status UnknownNamespace(std::string_view path, Store& store) {
 
 Status UnknownClass(const Namespace& space, std::string_view name) {
     return {WBEM_E_INVALID_CLASS, "there is no class " + std::string(name.substr(0, kMaxNameBytes)) +
-                                      " in the namespace " + space.path};
+                                      " in the namespace " + space.path +
+                                      ": mgmtctl classes lists those it has, mgmtctl import FILE adds some"};
 }
 
 constexpr size_t kAccountBytes = 16'384;
-constexpr size_t kMaxShownPath = 300;
+}  // namespace
 
 Status NoInstance(const Namespace& space, const ObjectPath& path) {
     return {WBEM_E_NOT_FOUND, "there is no instance " + ClipForMessage(PrintObjectPath(path), kMaxShownPath) +
-                                  " in the namespace " + space.path};
+                                  " in the namespace " + space.path + ": mgmtctl list " + path.class_name +
+                                  " shows those it has"};
 }
-
-}  // namespace
 
 // Where the classes of embedded objects come from: the namespace of the object that holds them.
 class Repository::EmbeddedClasses final : public ClassSource {

@@ -46,6 +46,9 @@ enum class ClassUpdate {
 
 class Repository;
 
+// WBEM_E_NOT_FOUND for the instance that `path` names.
+Status NoInstance(const Namespace& space, const ObjectPath& path);
+
 // What can be read in one consistent state.
 class RepositoryReader {
  public:

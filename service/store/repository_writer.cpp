@@ -10,8 +10,6 @@
 namespace service {
 namespace {
 
-constexpr size_t kMaxShownPath = 300;
-
 Status AboutInstance(const Instance& instance, int32_t code, const std::string& what) {
     const Result<std::string> path = RelativePathOf(instance);
     const std::string& shown = path.ok() ? *path : instance.Class()->Name();
@@ -307,9 +305,7 @@ Status RepositoryWriter::DeleteInstance(const Namespace& space, const ObjectPath
     bool exists = false;
     SERVICE_RETURN_IF_ERROR(reader_.GetInstance(definition->Id(), key, before, exists));
     if (!exists) {
-        return {WBEM_E_NOT_FOUND, "there is no instance " +
-                                      ClipForMessage(PrintObjectPath(path), kMaxShownPath) +
-                                      " in the namespace " + space.path};
+        return NoInstance(space, path);
     }
     return writer_.DeleteInstance(definition->Id(), key, before);
 }
