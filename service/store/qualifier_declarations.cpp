@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
-#include "service/store/record_codec.h"
 #include "service/store/repository.h"
+#include "service/store/schema_codec.h"
 #include "service/store/schema_records.h"
 
 namespace service {

@@ -1,4 +1,4 @@
-// Records: instances and classes as the store's bytes, and back. Only for service/store.
+// Records: instances as the store's bytes, and back. Only for service/store.
 //
 //   std::string record;
 //   if (Status fault = EncodeInstance(instance, record); !fault.ok()) return fault;
@@ -38,15 +38,5 @@ bool IsWholeRecord(std::string_view record) noexcept;
 // Takes the record over after verifying its checksum; its properties are decoded when they are read.
 Result<Instance> DecodeInstance(ClassPtr definition, std::string_view record,
                                 std::shared_ptr<const ClassSource> classes);
-
-struct ClassRecord {
-    uint32_t class_id = 0;
-    ClassDeclaration declaration;
-};
-Status EncodeClass(const ClassRecord& record, std::string& bytes);
-Result<ClassRecord> DecodeClass(std::string_view bytes);
-
-Status EncodeQualifierDeclaration(const QualifierDeclaration& declaration, std::string& bytes);
-Result<QualifierDeclaration> DecodeQualifierDeclaration(std::string_view bytes);
 
 }  // namespace service

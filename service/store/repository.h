@@ -31,6 +31,7 @@
 #include "service/store/instance_scan.h"
 #include "service/store/record_codec.h"
 #include "service/store/schema_cache.h"
+#include "service/store/schema_codec.h"
 #include "service/store/schema_records.h"
 #include "service/store/store.h"
 

@@ -30,6 +30,7 @@
 #include "service/model/instance.h"
 #include "service/model/status.h"
 #include "service/store/record_codec.h"
+#include "service/store/schema_codec.h"
 #include "service/store/schema_records.h"
 #include "service/store/store.h"
 

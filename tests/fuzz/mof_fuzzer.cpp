@@ -10,7 +10,7 @@
 #include "service/language/mof_parser.h"
 #include "service/language/mof_writer.h"
 #include "service/model/object_path.h"
-#include "service/store/record_codec.h"
+#include "service/store/schema_codec.h"
 #include "tests/fuzz/expectations.h"
 #include "tests/service/language/memory_target.h"
 

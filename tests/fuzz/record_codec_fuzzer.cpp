@@ -12,6 +12,7 @@
 
 #include "service/model/object_path.h"
 #include "service/store/record_codec.h"
+#include "service/store/schema_codec.h"
 #include "tests/fuzz/expectations.h"
 #include "tests/fuzz/schema.h"
 

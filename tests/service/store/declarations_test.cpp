@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "service/store/record_codec.h"
+#include "service/store/schema_codec.h"
 #include "tests/service/store/repository_fixture.h"
 
 namespace service {

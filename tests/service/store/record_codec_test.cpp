@@ -16,6 +16,7 @@
 
 #include "service/model/object_path.h"
 #include "service/model/text.h"
+#include "service/store/schema_codec.h"
 #include "tests/service/model/model_builders.h"
 
 namespace service {
