@@ -29,6 +29,14 @@ HRESULT ReportCurrentException() noexcept {
     }
 }
 
+Status NullArgument(const char* what) {
+    return {WBEM_E_INVALID_PARAMETER, std::string(what) + " must not be null"};
+}
+
+Status CheckNoFlags(long flags) {
+    return flags == 0 ? Status() : Status(WBEM_E_INVALID_PARAMETER, "the flags must be 0");
+}
+
 Result<std::string> TakeText(std::wstring_view text, const char* what) {
     std::string utf8;
     if (AppendUtf8(text, utf8)) return utf8;

@@ -34,6 +34,10 @@ HRESULT AtBoundary(Operation operation) noexcept {
     }
 }
 
+// WBEM_E_INVALID_PARAMETER for an argument that must not be null, and for flags where there are none.
+Status NullArgument(const char* what);
+Status CheckNoFlags(long flags);
+
 // The UTF-8 form of a caller's text; WBEM_E_INVALID_PARAMETER, naming `what`, when it has none.
 Result<std::string> TakeText(std::wstring_view text, const char* what);
 // The same of a BSTR, over its whole length; null counts as empty.

@@ -11,14 +11,6 @@
 namespace service {
 namespace {
 
-Status NullArgument(const char* what) {
-    return {WBEM_E_INVALID_PARAMETER, std::string(what) + " must not be null"};
-}
-
-Status CheckNoFlags(long flags) {
-    return flags == 0 ? Status() : Status(WBEM_E_INVALID_PARAMETER, "the flags must be 0");
-}
-
 Status MethodsStay() {
     return {WBEM_E_NOT_SUPPORTED,
             "methods are not changed through a class object: import the class's declaration as MOF"};

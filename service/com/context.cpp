@@ -11,20 +11,9 @@
 namespace service {
 namespace {
 
-constexpr auto kNoObjects = [](const ObjectPtr&) -> Result<IUnknown*> {
-    return Status(WBEM_E_TYPE_MISMATCH, "there is no object here");
-};
 constexpr auto kNoInterfaces = [](IUnknown*) -> Result<ObjectPtr> {
     return Status(WBEM_E_TYPE_MISMATCH, "an object stands where a plain value was expected");
 };
-
-Status CheckNoFlags(long flags) {
-    return flags == 0 ? Status() : Status(WBEM_E_INVALID_PARAMETER, "the flags must be 0");
-}
-
-Status NullArgument(const char* what) {
-    return {WBEM_E_INVALID_PARAMETER, std::string(what) + " must not be null"};
-}
 
 Result<std::string> TakeName(LPCWSTR name) {
     if (!name || !*name) return Status(WBEM_E_INVALID_PARAMETER, "a context value needs a name");
@@ -79,10 +68,7 @@ HRESULT Context::GetNames(long lFlags, SAFEARRAY** pNames) {
         Array names;
         for (const Entry& entry : entries_)
             names.emplace_back(entry.name);
-        VARIANT held{};
-        const Value value(std::move(names));
-        SERVICE_RETURN_IF_ERROR(ToVariant({CimType::kString, true, 0, {}}, ViewOf(value), kNoObjects, held));
-        *pNames = held.parray;
+        SERVICE_ASSIGN_OR_RETURN(*pNames, MakeNameArray(names));
         return {};
     });
 }

@@ -32,7 +32,7 @@ HRESULT ObjectList::NextAsync(ULONG, IWbemObjectSink*) {
 
 HRESULT ObjectList::Clone(IEnumWbemClassObject** ppEnum) {
     return AtBoundary([&]() -> Status {
-        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        if (!ppEnum) return NullArgument("ppEnum");
         *ppEnum = MakeCom<ObjectList>(objects_, position_).Detach();
         return {};
     });

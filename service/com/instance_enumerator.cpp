@@ -146,7 +146,7 @@ HRESULT InstanceEnumerator::NextAsync(ULONG, IWbemObjectSink*) {
 
 HRESULT InstanceEnumerator::Clone(IEnumWbemClassObject** ppEnum) {
     return AtBoundary([&]() -> Status {
-        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        if (!ppEnum) return NullArgument("ppEnum");
         *ppEnum = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckNotForwardOnly());
         *ppEnum = MakeCom<InstanceEnumerator>(*this).Detach();

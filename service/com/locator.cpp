@@ -9,7 +9,7 @@ namespace service {
 HRESULT Locator::ConnectServer(const BSTR strNetworkResource, const BSTR strUser, const BSTR, const BSTR,
                                long lSecurityFlags, const BSTR, IWbemContext*, IWbemServices** ppNamespace) {
     return AtBoundary([&]() -> Status {
-        if (!ppNamespace) return {WBEM_E_INVALID_PARAMETER, "ppNamespace must not be null"};
+        if (!ppNamespace) return NullArgument("ppNamespace");
         *ppNamespace = nullptr;
         if (lSecurityFlags &
             ~static_cast<long>(WBEM_FLAG_CONNECT_USE_MAX_WAIT | WBEM_FLAG_CONNECT_REPOSITORY_ONLY)) {

@@ -222,7 +222,7 @@ HRESULT MofCompiler::CompileFile(LPWSTR FileName, LPWSTR ServerAndNamespace, LPW
                                  WBEM_COMPILE_STATUS_INFO* pInfo) {
     const HRESULT result = AtBoundary([&]() -> Status {
         if (pInfo) *pInfo = {};
-        if (!FileName) return {WBEM_E_INVALID_PARAMETER, "FileName must not be null"};
+        if (!FileName) return NullArgument("FileName");
         if (User) SERVICE_RETURN_IF_ERROR(CheckIdentity(User, {}));
         SERVICE_ASSIGN_OR_RETURN(const ImportFlags flags,
                                  ReadFlags(lOptionFlags, lClassFlags, lInstanceFlags));

@@ -71,9 +71,9 @@ Status Write(const ClassObject& object, const ObjectXml& how, XmlWriter& out) {
 HRESULT ObjectTextSource::GetText(long lFlags, IWbemClassObject* pObj, ULONG uObjTextFormat,
                                   IWbemContext* pCtx, BSTR* strText) {
     return AtBoundary([&]() -> Status {
-        if (!strText) return {WBEM_E_INVALID_PARAMETER, "strText must not be null"};
+        if (!strText) return NullArgument("strText");
         *strText = nullptr;
-        if (!pObj) return {WBEM_E_INVALID_PARAMETER, "pObj must not be null"};
+        if (!pObj) return NullArgument("pObj");
         if (lFlags != 0) return {WBEM_E_INVALID_PARAMETER, "the flags must be 0"};
         ObjectXml how;
         SERVICE_ASSIGN_OR_RETURN(how.form, FormOf(uObjTextFormat));

@@ -194,14 +194,11 @@ HRESULT QualifierSet::Delete(LPCWSTR wszName) {
 
 HRESULT QualifierSet::GetNames(long, SAFEARRAY** pNames) {
     return AtBoundary([&]() -> Status {
-        if (!pNames) return {WBEM_E_INVALID_PARAMETER, "pNames must not be null"};
+        if (!pNames) return NullArgument("pNames");
         Array names;
         for (const Qualifier& qualifier : InEffect())
             names.emplace_back(qualifier.name);
-        VARIANT array{};
-        const Value value(std::move(names));
-        SERVICE_RETURN_IF_ERROR(ToVariant({CimType::kString, true, 0, {}}, ViewOf(value), kNoObjects, array));
-        *pNames = array.parray;
+        SERVICE_ASSIGN_OR_RETURN(*pNames, MakeNameArray(names));
         return {};
     });
 }

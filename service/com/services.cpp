@@ -190,7 +190,7 @@ HRESULT Services::OpenNamespace(const BSTR strNamespace, long lFlags, IWbemConte
                                 IWbemServices** ppWorkingNamespace, IWbemCallResult** ppResult) {
     return AtBoundary([&]() -> Status {
         if (ppResult) *ppResult = nullptr;
-        if (!ppWorkingNamespace) return {WBEM_E_INVALID_PARAMETER, "ppWorkingNamespace must not be null"};
+        if (!ppWorkingNamespace) return NullArgument("ppWorkingNamespace");
         *ppWorkingNamespace = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
@@ -209,7 +209,7 @@ HRESULT Services::GetObject(const BSTR strObjectPath, long lFlags, IWbemContext*
                             IWbemCallResult** ppCallResult) {
     return AtBoundary([&]() -> Status {
         if (ppCallResult) *ppCallResult = nullptr;
-        if (!ppObject) return {WBEM_E_INVALID_PARAMETER, "ppObject must not be null"};
+        if (!ppObject) return NullArgument("ppObject");
         *ppObject = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, 0));
@@ -268,7 +268,7 @@ HRESULT Services::DeleteClass(const BSTR strClass, long lFlags, IWbemContext*,
 HRESULT Services::CreateClassEnum(const BSTR strSuperclass, long lFlags, IWbemContext*,
                                   IEnumWbemClassObject** ppEnum) {
     return AtBoundary([&]() -> Status {
-        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        if (!ppEnum) return NullArgument("ppEnum");
         *ppEnum = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SHALLOW));
@@ -329,7 +329,7 @@ HRESULT Services::DeleteInstance(const BSTR strObjectPath, long lFlags, IWbemCon
 HRESULT Services::CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemContext*,
                                      IEnumWbemClassObject** ppEnum) {
     return AtBoundary([&]() -> Status {
-        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        if (!ppEnum) return NullArgument("ppEnum");
         *ppEnum = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SHALLOW));
@@ -344,7 +344,7 @@ HRESULT Services::CreateInstanceEnum(const BSTR strFilter, long lFlags, IWbemCon
 HRESULT Services::ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags, IWbemContext*,
                             IEnumWbemClassObject** ppEnum) {
     return AtBoundary([&]() -> Status {
-        if (!ppEnum) return {WBEM_E_INVALID_PARAMETER, "ppEnum must not be null"};
+        if (!ppEnum) return NullArgument("ppEnum");
         *ppEnum = nullptr;
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_ENSURE_LOCATABLE));
@@ -360,7 +360,7 @@ HRESULT Services::ExecQuery(const BSTR strQueryLanguage, const BSTR strQuery, lo
 HRESULT Services::ExecNotificationQueryAsync(const BSTR strQueryLanguage, const BSTR strQuery, long lFlags,
                                              IWbemContext*, IWbemObjectSink* pResponseHandler) {
     return AtBoundary([&]() -> Status {
-        if (!pResponseHandler) return {WBEM_E_INVALID_PARAMETER, "pResponseHandler must not be null"};
+        if (!pResponseHandler) return NullArgument("pResponseHandler");
         SERVICE_RETURN_IF_ERROR(CheckIdentityAccepted());
         SERVICE_RETURN_IF_ERROR(CheckFlags(lFlags, WBEM_FLAG_SEND_STATUS));
         SERVICE_RETURN_IF_ERROR(CheckQueryLanguage(strQueryLanguage));
@@ -371,7 +371,7 @@ HRESULT Services::ExecNotificationQueryAsync(const BSTR strQueryLanguage, const 
 
 HRESULT Services::CancelAsyncCall(IWbemObjectSink* pSink) {
     return AtBoundary([&]() -> Status {
-        if (!pSink) return {WBEM_E_INVALID_PARAMETER, "pSink must not be null"};
+        if (!pSink) return NullArgument("pSink");
         return CancelSink(connection_, pSink);
     });
 }

@@ -43,7 +43,7 @@ Status PutText(const char* text, BSTR& target) {
 HRESULT StoreAdmin::Check(IMgmtStoreReport* report, MgmtStoreCounts* counts) {
     bool has_findings = false;
     const HRESULT result = AtBoundary([&]() -> Status {
-        if (!counts) return {WBEM_E_INVALID_PARAMETER, "counts must not be null"};
+        if (!counts) return NullArgument("counts");
         *counts = {};
         SERVICE_ASSIGN_OR_RETURN(const std::shared_ptr<Store> store, OpenStoreInUse());
         StoreCheck check(*store);
@@ -103,7 +103,7 @@ Result<std::vector<StoreAdmin::Limit>> StoreAdmin::CountLimits() {
 HRESULT StoreAdmin::GetLimit(ULONG number, MgmtStoreLimit* limit) {
     bool is_behind_last = false;
     const HRESULT result = AtBoundary([&]() -> Status {
-        if (!limit) return {WBEM_E_INVALID_PARAMETER, "limit must not be null"};
+        if (!limit) return NullArgument("limit");
         *limit = {};
         std::vector<Limit> counted;
         if (number == 0) {
@@ -128,7 +128,7 @@ HRESULT StoreAdmin::GetLimit(ULONG number, MgmtStoreLimit* limit) {
 
 HRESULT StoreAdmin::GetQualifierTypes(LPCWSTR name_space, BSTR* mof) {
     return AtBoundary([&]() -> Status {
-        if (!mof) return {WBEM_E_INVALID_PARAMETER, "mof must not be null"};
+        if (!mof) return NullArgument("mof");
         *mof = nullptr;
         SERVICE_ASSIGN_OR_RETURN(
             const std::string path,

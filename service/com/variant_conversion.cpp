@@ -439,6 +439,13 @@ Status ToVariant(const PropertyType& type, const ValueView& value, WrapObject wr
     return {};
 }
 
+Result<SAFEARRAY*> MakeNameArray(const Array& names) {
+    const auto no_objects = [](const ObjectPtr&) -> Result<IUnknown*> { return nullptr; };
+    VARIANT made{};
+    SERVICE_RETURN_IF_ERROR(StoreArray(CimType::kString, names, no_objects, made));
+    return made.parray;
+}
+
 Result<Value> FromVariant(const PropertyType& type, const VARIANT& variant, UnwrapObject unwrap) {
     if (variant.vt & VT_BYREF) {
         CComVariant direct;

@@ -32,6 +32,9 @@ Status ToVariant(const PropertyType& type, const ValueView& value, WrapObject wr
 
 Result<Value> FromVariant(const PropertyType& type, const VARIANT& variant, UnwrapObject unwrap);
 
+// An array of texts, the caller's to destroy.
+Result<SAFEARRAY*> MakeNameArray(const Array& names);
+
 // A BSTR of UTF-8 text; a fault for text that is damaged, std::bad_alloc when there is no memory.
 Result<BSTR> MakeBstr(std::string_view utf8);
 
