@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -182,6 +184,34 @@ void FillIn(const MofImport& import, WBEM_COMPILE_STATUS_INFO* info) noexcept {
     info->LastLine = info->FirstLine;
 }
 
+// A store for a check where there is none yet: a check makes none. What the process maps of it stays until
+// the process ends, as with any store.
+class ScratchStore {
+ public:
+    ScratchStore() = default;
+    ~ScratchStore() {
+        std::error_code fault;
+        if (!directory_.empty()) std::filesystem::remove_all(directory_, fault);
+    }
+    ScratchStore(const ScratchStore&) = delete;
+    ScratchStore& operator=(const ScratchStore&) = delete;
+
+    Result<std::shared_ptr<Repository>> Open() {
+        std::error_code fault;
+        std::string name = (std::filesystem::temp_directory_path(fault) / "mgmt-check-XXXXXX").string();
+        if (fault || !mkdtemp(name.data()))
+            return Status(WBEM_E_NOT_AVAILABLE,
+                          "a check where there is no store yet needs the directory for "
+                          "temporary files, and " +
+                              name + " cannot be made: set TMPDIR");
+        directory_ = std::move(name);
+        return Repository::Open(directory_);
+    }
+
+ private:
+    std::string directory_;
+};
+
 Status Import(const std::vector<MofSource>& sources, const std::string& default_namespace,
               const ImportFlags& flags, CComPtr<IMofProgress> progress, WBEM_COMPILE_STATUS_INFO* info) {
     DiskFiles files;
@@ -194,8 +224,12 @@ Status Import(const std::vector<MofSource>& sources, const std::string& default_
             if (warned.insert(sentence).second) progress->Warning(ToWideLossy(sentence).c_str());
         };
     }
-    SERVICE_ASSIGN_OR_RETURN(const std::shared_ptr<Repository> repository,
+    SERVICE_ASSIGN_OR_RETURN(std::shared_ptr<Repository> repository,
                              Repository::Open(Repository::DefaultDirectory()));
+    ScratchStore scratch;
+    if (flags.is_check_only && !repository->store()->IsThere()) {
+        SERVICE_ASSIGN_OR_RETURN(repository, scratch.Open());
+    }
     MofImport import;
     bool is_checked = false;
     Status result = repository->Write([&](RepositoryWriter& writer) -> Status {

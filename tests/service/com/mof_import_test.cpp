@@ -86,6 +86,7 @@ TEST_F(MofImportTest, CheckingStoresNothing) {
     EXPECT_CODE(WBEM_E_INVALID_NAMESPACE, Connect(kNamespace, connected));
     EXPECT_TRUE(FAILED(ImportInto(kNamespace, "class A { [key] string ID };", &info, WBEM_FLAG_CHECK_ONLY)));
     EXPECT_EQ(info.FirstLine, 1);
+    EXPECT_FALSE(std::filesystem::exists(store)) << "not even a store";
 }
 
 TEST_F(MofImportTest, FilesOfOneImportMayReferToEachOther) {
