@@ -99,6 +99,26 @@ Result<CComPtr<ClassObject>> OwnObject(IWbemClassObject* object, bool as_class) 
         "class " + name + " was given where an instance was expected: put what its SpawnInstance makes");
 }
 
+// A property that says that it holds an object, and does not, would be another one once it was exported as
+// MOF and imported again.
+Status CheckEmbedding(const ClassDeclaration& declaration) {
+    for (const PropertyDeclaration& property : declaration.properties) {
+        const bool is_object = property.type.type == CimType::kObject;
+        const Qualifier* instance = FindQualifier(property.qualifiers, "EmbeddedInstance");
+        const auto* of_class = instance ? std::get_if<std::string>(&instance->value) : nullptr;
+        const bool agrees =
+            !instance || (is_object && of_class && EqualFolded(*of_class, property.type.class_name));
+        if (agrees && (is_object || !HasTrueQualifier(property.qualifiers, "EmbeddedObject"))) continue;
+        return {
+            WBEM_E_INVALID_OBJECT,
+            "property " + declaration.name + "." + property.name + " is of type " +
+                DescribeType(property.type) +
+                ", which its qualifier EmbeddedInstance or EmbeddedObject belies: take that off, or import "
+                "the class as MOF"};
+    }
+    return {};
+}
+
 }  // namespace
 
 Result<ConnectionPtr> Connect(const std::string& path) {
@@ -237,6 +257,7 @@ HRESULT Services::PutClass(IWbemClassObject* pObject, long lFlags, IWbemContext*
         SERVICE_ASSIGN_OR_RETURN(const CComPtr<ClassObject> object, OwnObject(pObject, true));
         const ClassDeclaration& declaration = object->AsClass().declaration;
         if (declaration.name.empty()) return {WBEM_E_INCOMPLETE_CLASS, "the class has no name: set __CLASS"};
+        SERVICE_RETURN_IF_ERROR(In(*connection_, CheckEmbedding(declaration)));
         return In(*connection_, connection_->repository->Write([&](RepositoryWriter& writer) {
             bool is_changed = false;
             return writer.PutClass(connection_->space, declaration, condition, is_changed, update);

@@ -86,6 +86,11 @@ TEST_F(ClassEditingTest, ARefusedChangeLeavesTheClassAsItWas) {
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, PutValue(base, L"__CLASS", L"1x"));
     EXPECT_CODE(WBEM_E_TYPE_MISMATCH, PutValue(base, L"__CLASS", 5L));
     EXPECT_CODE(WBEM_E_READ_ONLY, PutValue(base, L"__SUPERCLASS", L"x"));
+    ASSERT_CODE(S_OK, PutValue(base, L"Text", Null(), CIM_STRING));
+    ASSERT_CODE(S_OK, PutQualifier(base, L"Text", L"EmbeddedInstance", L"Base"));
+    EXPECT_CODE(WBEM_E_INVALID_OBJECT, PutClass(base)) << "it would be an object once it is exported";
+    EXPECT_THAT(TakeReason(), HasSubstr("Base.Text is of type string"));
+    EXPECT_CODE(S_OK, base->Delete(L"Text"));
     EXPECT_EQ(Show(base, L"__PROPERTY_COUNT"), "I4 2");
     EXPECT_EQ(Show(base, L"Days"), "I4 7");
     EXPECT_CODE(S_OK, PutClass(base));
