@@ -110,6 +110,11 @@ class TransactionTarget final : public MofTarget {
                                 is_changed, ModeBy(update));
     }
 
+    Status BeginClasses(const std::vector<std::string>& names) override {
+        return writer_.BeginClasses(space_, names);
+    }
+    Status FinishClasses(std::string& at_fault) override { return writer_.FinishClasses(space_, at_fault); }
+
     Status PutInstance(Instance instance, const MofUpdate& update) override {
         return writer_.PutInstance(space_, instance, ConditionBy(update, flags_.instances));
     }

@@ -123,7 +123,8 @@ class Importer {
         }
         const int32_t code = fault.code();
         if (may_fail && (code == WBEM_E_INVALID_CLASS || code == WBEM_E_NOT_FOUND)) return {};
-        if (!may_fail || (code != WBEM_E_CLASS_HAS_CHILDREN && code != WBEM_E_CLASS_HAS_INSTANCES))
+        if (!may_fail || (code != WBEM_E_CLASS_HAS_CHILDREN && code != WBEM_E_CLASS_HAS_INSTANCES &&
+                          code != WBEM_E_INVALID_OPERATION))
             return deletion.unit->StoreFault(name.offset, fault);
         scope_.warnings().Warn(deletion.unit->file, name.offset, fault.reason(),
                                "nothing is deleted: " + fault.reason());
@@ -163,14 +164,15 @@ class Importer {
         QualifierDeclaration first;
         if (Fault fault = earlier.unit->qualifiers.Declare(*earlier.node, first)) return fault;
         if (SameQualifier(first, declaration)) return {};
-        return placed.unit->CheckFault(
-            placed.node->name.offset, WBEM_E_ALREADY_EXISTS,
-            "qualifier " + Clip(declaration.name) + " is declared otherwise in this import, at " +
-                MofCollection::PlaceOf(*earlier.unit, earlier.node->name.offset) +
-                ": declare it once, or alike each time");
+        return placed.unit->CheckFault(placed.node->name.offset, WBEM_E_ALREADY_EXISTS,
+                                       "qualifier " + Clip(declaration.name) +
+                                           " is declared otherwise in this import, at " +
+                                           MofCollection::PlaceOf(*earlier.unit, earlier.node->name.offset) +
+                                           ": declare it once, or alike each time");
     }
 
     Fault PutClasses() {
+        if (Fault fault = BeginClasses()) return fault;
         for (const size_t index : order_) {
             const auto& [unit, declared, space, update] = collection_.classes()[index];
             ClassDeclaration declaration;
@@ -184,7 +186,47 @@ class Importer {
             ++summary_.classes;
             ReportProgress();
         }
+        return FinishClasses();
+    }
+
+    Fault BeginClasses() {
+        std::map<size_t, std::vector<std::string>> names;
+        for (const auto& placed : collection_.qualifiers())
+            names[placed.space];
+        for (const auto& placed : collection_.classes())
+            names[placed.space].emplace_back(placed.node->name.text);
+        for (const auto& [space, of_space] : names) {
+            Status fault = scope_.Enter(space);
+            if (fault.ok()) fault = target_.BeginClasses(of_space);
+            if (!fault.ok()) return FaultAt(space, {}, fault);
+            changed_spaces_.push_back(space);
+        }
         return {};
+    }
+
+    Fault FinishClasses() {
+        for (const size_t space : changed_spaces_) {
+            std::string at_fault;
+            Status fault = scope_.Enter(space);
+            if (fault.ok()) fault = target_.FinishClasses(at_fault);
+            if (!fault.ok()) return FaultAt(space, at_fault, fault);
+        }
+        scope_.Forget();
+        return {};
+    }
+
+    // At the declaration of what is named, else where the namespace is used first.
+    Fault FaultAt(size_t space, const std::string& name, const Status& fault) const {
+        if (const auto declared = scope_.FindDeclared(space, name)) {
+            const auto& placed = collection_.classes()[*declared];
+            return placed.unit->StoreFault(placed.node->name.offset, fault);
+        }
+        for (const auto& placed : collection_.qualifiers()) {
+            if (placed.space == space && EqualFolded(placed.node->name.text, name))
+                return placed.unit->StoreFault(placed.node->name.offset, fault);
+        }
+        const MofCollection::Place& first = collection_.first_uses()[space];
+        return first.unit->StoreFault(first.offset, fault);
     }
 
     Fault PutInstances() {
@@ -229,7 +271,8 @@ class Importer {
     MofWarnings warnings_;
     MofScope scope_;
     MofCollection collection_;
-    std::vector<size_t> order_;  // of the classes
+    std::vector<size_t> order_;           // of the classes
+    std::vector<size_t> changed_spaces_;  // whose classes or qualifiers are put
     size_t done_ = 0;
     size_t total_ = 0;
     MofSummary summary_;

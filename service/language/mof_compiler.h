@@ -72,6 +72,12 @@ class MofTarget {
     // its properties are the target's to give. Classes that it only refers to may come later.
     virtual Status PutClass(ClassDeclaration declaration, const MofUpdate& update) = 0;
 
+    // Classes of the current namespace are put between the two, and what is stored is looked at, or changed,
+    // in FinishClasses; nothing in a target that holds no instances. `names` are theirs; `at_fault` names the
+    // class or the qualifier that is refused.
+    virtual Status BeginClasses(const std::vector<std::string>& /*names*/) { return {}; }
+    virtual Status FinishClasses(std::string& /*at_fault*/) { return {}; }
+
     // Creates or updates an instance in the current namespace; its class is one that FindClass returned.
     virtual Status PutInstance(Instance instance, const MofUpdate& update) = 0;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 #include <set>
+#include <unordered_set>
 
 #include "service/model/limits.h"
 #include "service/model/object_path.h"
@@ -15,6 +16,14 @@ namespace {
 
 // Of instances that are held at a time.
 constexpr size_t kEnoughBytes = size_t{1} << 20;
+
+constexpr const char* kKeepsWhatFits =
+    "delete them first, keep what they depend on, or declare the class by force (mgmtctl import --force), "
+    "which "
+    "keeps the values that fit and drops the others";
+constexpr const char* kDeletesThem =
+    "delete them first, or declare the class by force (mgmtctl import --force), which deletes them";
+constexpr const char* kNeedsValue = "give it a default value, or set one in each of them first";
 
 std::string Counted(uint64_t count) {
     return std::to_string(count) + (count == 1 ? " instance" : " instances");
@@ -43,6 +52,21 @@ std::string ShownPath(const Instance& instance) {
     return path.ok() ? ClipForMessage(*path, kMaxShownPath) : "an instance of " + instance.Class()->Name();
 }
 
+// What becomes of an instance that its new key cannot be made of.
+Status WithoutKey(const Instance& older, const Instance& newer, const Status& fault) {
+    std::string reason = fault.reason();
+    for (const size_t index : newer.Class()->Keys()) {
+        const PropertyDefinition& key = newer.Class()->Properties()[index];
+        const auto before = older.Class()->FindProperty(std::string_view(key.name));
+        if (before && older.IsSet(*before) && !newer.IsSet(index)) {
+            reason = "the value of its property " + key.name + " is none of type " + DescribeType(key.type);
+            break;
+        }
+    }
+    return {fault.code(), "the new declaration of class " + newer.Class()->Name() + " leaves the instance " +
+                              ShownPath(older) + " without a key: " + reason};
+}
+
 // Calls visit(object) for each object that `value` holds itself.
 template <typename Visit>
 Status ForEachObject(const ValueView& value, Visit visit) {
@@ -66,8 +90,22 @@ ClassChange::ClassChange(StoreWriter& writer, SchemaCache::ClassList all, std::v
       versions_(std::move(versions)) {
     for (const ClassVersion& version : versions_) {
         by_id_[version.older->Id()] = &version;
+        causes_.insert(Fold(version.cause));
+    }
+    for (const ClassVersion& version : versions_) {
         if (auto losses = LossesOf(version); !losses.empty())
             losses_[version.older->Id()] = std::move(losses);
+        if (!version.newer) continue;
+        for (const ClassDefinition* above = version.older->Superclass().get(); above;
+             above = above->Superclass().get()) {
+            if (version.newer->IsA(above->Name())) continue;
+            leaves_line_[version.older->Id()] = {version.cause,
+                                                 "takes class " + version.older->Name() +
+                                                     " from under class " + above->Name() +
+                                                     ", as one of which objects are embedded",
+                                                 kKeepsWhatFits};
+            break;
+        }
     }
 }
 
@@ -76,61 +114,122 @@ const ClassVersion* ClassChange::VersionOf(const ClassDefinition& older) const {
     return found == by_id_.end() ? nullptr : found->second;
 }
 
-std::vector<ClassChange::Loss> ClassChange::LossesOf(const ClassVersion& version) {
+ClassPtr ClassChange::NewerOf(const ClassPtr& older) const {
+    const ClassVersion* version = VersionOf(*older);
+    return version ? version->newer : older;
+}
+
+std::vector<ClassChange::Loss> ClassChange::LossesOf(const ClassVersion& version) const {
     const ClassDefinition& older = *version.older;
-    if (!version.newer) return {{"deletes the class", {}, false, 0}};
+    if (!version.newer) return {{version.cause, "deletes the class", {}}};
     const ClassDefinition& newer = *version.newer;
     std::vector<Loss> losses;
-    for (size_t i = 0; i < older.Properties().size(); ++i) {
-        const PropertyDefinition& property = older.Properties()[i];
-        const std::string name = "the property " + property.name;
-        const auto index = newer.FindProperty(std::string_view(property.name));
-        if (!index) {
-            losses.push_back({"drops " + name, i, false, 0});
-            continue;
-        }
-        const PropertyDefinition& now = newer.Properties()[*index];
-        const size_t elements = now.type.max_elements;
-        if (!now.type.SameShape(property.type)) {
-            losses.push_back({"changes the type of " + name + " from " + DescribeType(property.type) +
-                                  " to " + DescribeType(now.type),
-                              i, false, 0});
-        } else if (now.id != property.id) {
-            losses.push_back({"moves " + name + " from class " + property.origin + " to class " + now.origin,
-                              i, false, 0});
-        } else if (elements != 0 &&
-                   (property.type.max_elements == 0 || elements < property.type.max_elements)) {
-            losses.push_back(
-                {"shortens " + name + " to " + std::to_string(elements) + " elements", i, true, elements});
-        }
-    }
+    AddPropertyLosses(version, losses);
+    AddMissingValues(version, losses);
     if (!HasSameKeys(older, newer)) {
-        losses.push_back(
-            {"changes the keys from " + KeyNames(older) + " to " + KeyNames(newer), {}, false, 0});
+        losses.push_back({version.cause,
+                          "changes the keys from " + KeyNames(older) + " to " + KeyNames(newer),
+                          kKeepsWhatFits});
     }
     if (newer.IsAbstract() && !older.IsAbstract())
-        losses.push_back({"makes the class abstract", {}, false, 0});
+        losses.push_back({version.cause, "makes the class abstract", kDeletesThem});
     return losses;
 }
 
-Status ClassChange::Loses(const Loss& loss, const Instance& instance, bool& loses) {
-    loses = instance.IsSet(*loss.property);
-    if (!loses || !loss.is_shortened) return {};
+void ClassChange::AddPropertyLosses(const ClassVersion& version, std::vector<Loss>& losses) const {
+    const auto& properties = version.older->Properties();
+    for (size_t i = 0; i < properties.size(); ++i) {
+        const PropertyDefinition& property = properties[i];
+        const std::string& cause = causes_.contains(Fold(property.origin)) ? property.origin : version.cause;
+        const std::string name = "the property " + property.name;
+        const auto add = [&](const std::string& what, Loser loser) -> Loss& {
+            return losses.emplace_back(Loss{cause, what, kKeepsWhatFits, loser, i});
+        };
+        const auto index = version.newer->FindProperty(std::string_view(property.name));
+        if (!index) {
+            add("drops " + name, Loser::kWhoHasSet);
+            continue;
+        }
+        const PropertyDefinition& now = version.newer->Properties()[*index];
+        if (!now.type.SameShape(property.type)) {
+            add("changes the type of " + name + " from " + DescribeType(property.type) + " to " +
+                    DescribeType(now.type),
+                Loser::kWhoHasSet);
+            continue;
+        }
+        if (now.id != property.id) add("moves " + name, Loser::kNobody);
+        const size_t elements = now.type.max_elements;
+        if (elements != 0 && (property.type.max_elements == 0 || elements < property.type.max_elements)) {
+            add("shortens " + name + " to " + std::to_string(elements) + " elements", Loser::kWhoHoldsMore)
+                .max_elements = elements;
+        }
+        const std::string& target = now.type.class_name;
+        if (now.type.type == CimType::kObject && !target.empty() &&
+            !EqualFolded(target, property.type.class_name)) {
+            add("leaves " + name + " to objects of class " + target, Loser::kWhoHoldsOther).target = target;
+        }
+    }
+}
+
+// A key needs a value in any case, which is looked at when the instances are filed.
+void ClassChange::AddMissingValues(const ClassVersion& version, std::vector<Loss>& losses) const {
+    const ClassDefinition& older = *version.older;
+    for (const PropertyDefinition& now : version.newer->Properties()) {
+        if (!now.is_not_null || now.is_key) continue;
+        const bool has_default = !IsNull(now.default_value);
+        const auto index = older.FindProperty(std::string_view(now.name));
+        const bool is_new = !index || !older.Properties()[*index].type.SameShape(now.type);
+        if (is_new ? has_default : older.Properties()[*index].is_not_null) continue;
+        losses.push_back({version.cause, "asks for a value of the property " + now.name, kNeedsValue,
+                          is_new ? Loser::kEach : Loser::kWhoHasNone, index.value_or(0)});
+        losses.back().has_default = has_default;
+    }
+}
+
+bool ClassChange::HoldsOther(const ValueView& value, std::string_view target) const {
+    bool holds = false;
+    const Status looked = ForEachObject(value, [&](const Instance& object) -> Status {
+        const ClassPtr newer = NewerOf(object.Class());
+        if (newer && !newer->IsA(target)) holds = true;
+        return {};
+    });
+    return looked.ok() && holds;
+}
+
+Status ClassChange::Loses(const Loss& loss, const Instance& instance, bool& loses) const {
+    loses = loss.loser == Loser::kEach;
+    if (loses || loss.loser == Loser::kNobody) return {};
+    bool is_set = false;
     Value storage;
     ValueView view;
-    SERVICE_RETURN_IF_ERROR(instance.ReadOwn(*loss.property, loses, storage, view));
+    SERVICE_RETURN_IF_ERROR(instance.ReadOwn(loss.property, is_set, storage, view));
     const auto* array = std::get_if<const Array*>(&view);
-    loses = array && (*array)->size() > loss.max_elements;
+    switch (loss.loser) {
+        case Loser::kWhoHasSet:
+            loses = is_set;
+            break;
+        case Loser::kWhoHoldsMore:
+            loses = is_set && array && (*array)->size() > loss.max_elements;
+            break;
+        case Loser::kWhoHoldsOther:
+            loses = is_set && HoldsOther(view, loss.target);
+            break;
+        default:
+            loses = is_set ? IsNull(view) : !loss.has_default;
+            break;
+    }
     return {};
 }
 
-Status ClassChange::CheckSafe() {
-    if (losses_.empty()) return {};
+Status ClassChange::CheckSafe(std::string& at_fault) {
     Counts counts;
-    for (const ClassVersion& version : versions_)
-        SERVICE_RETURN_IF_ERROR(CountInstances(version, counts));
-    SERVICE_RETURN_IF_ERROR(CountInHolders(counts));
-    return Refuse(counts);
+    for (const ClassVersion& version : versions_) {
+        if (!version.is_forced) SERVICE_RETURN_IF_ERROR(CountInstances(version, counts));
+    }
+    const bool is_safe_asked = std::any_of(versions_.begin(), versions_.end(),
+                                           [](const ClassVersion& version) { return !version.is_forced; });
+    if (is_safe_asked) SERVICE_RETURN_IF_ERROR(CountInHolders(counts));
+    return Refuse(counts, at_fault);
 }
 
 // Where no property is lost the instances are only counted, and none is decoded.
@@ -138,55 +237,62 @@ Status ClassChange::CountInstances(const ClassVersion& version, Counts& counts) 
     const auto found = losses_.find(version.older->Id());
     if (found == losses_.end()) return {};
     const std::vector<Loss>& losses = found->second;
-    const bool counts_properties =
-        std::any_of(losses.begin(), losses.end(), [](const Loss& loss) { return loss.property.has_value(); });
+    const bool decodes = std::any_of(losses.begin(), losses.end(), [](const Loss& loss) {
+        return loss.loser != Loser::kEach && loss.loser != Loser::kNobody;
+    });
     std::vector<uint64_t> concerned(losses.size());
     uint64_t all = 0;
     Status fault;
     SERVICE_RETURN_IF_ERROR(writer_.ScanInstances(version.older->Id(), {}, [&](const InstanceView& entry) {
         ++all;
-        if (!counts_properties) return true;
+        if (!decodes) return true;
         Result<Instance> instance = DecodeInstance(version.older, entry.record, sources_);
         if (!instance.ok()) fault = std::move(instance).status();
         for (size_t i = 0; i < losses.size() && fault.ok(); ++i) {
             bool loses = false;
-            if (losses[i].property) fault = Loses(losses[i], *instance, loses);
+            fault = Loses(losses[i], *instance, loses);
             if (loses) ++concerned[i];
         }
         return fault.ok();
     }));
     SERVICE_RETURN_IF_ERROR(std::move(fault));
     for (size_t i = 0; i < losses.size(); ++i) {
-        const uint64_t count = losses[i].property ? concerned[i] : all;
-        if (count != 0)
-            counts[losses[i].what].emplace_back(Counted(count) + " of class " + version.older->Name(), count);
+        const uint64_t count = losses[i].loser == Loser::kEach ? all : concerned[i];
+        if (count == 0) continue;
+        Concerned& entry = counts[{losses[i].cause, losses[i].what}];
+        entry.way_out = losses[i].way_out;
+        entry.classes.emplace_back(Counted(count) + " of class " + version.older->Name(), count);
     }
     return {};
 }
 
 Status ClassChange::CountInHolders(Counts& counts) {
     for (const ClassPtr& holder : Holders()) {
-        std::map<std::string, uint64_t> concerned;
+        std::map<const Loss*, uint64_t> concerned;
         Status fault;
         SERVICE_RETURN_IF_ERROR(writer_.ScanInstances(holder->Id(), {}, [&](const InstanceView& entry) {
             Result<Instance> instance = DecodeInstance(holder, entry.record, sources_);
-            std::vector<std::string> found;
+            std::vector<const Loss*> found;
             fault = instance.ok() ? LossesWithin(*instance, found) : std::move(instance).status();
-            for (const std::string& what : std::set<std::string>(found.begin(), found.end()))
-                ++concerned[what];
+            for (const Loss* loss : std::set<const Loss*>(found.begin(), found.end()))
+                ++concerned[loss];
             return fault.ok();
         }));
         SERVICE_RETURN_IF_ERROR(std::move(fault));
-        for (const auto& [what, count] : concerned) {
-            counts[what].emplace_back(
+        for (const auto& [loss, count] : concerned) {
+            Concerned& entry = counts[{loss->cause, loss->what}];
+            entry.way_out = loss->way_out;
+            entry.classes.emplace_back(
                 Counted(count) + " of class " + holder->Name() + " with objects in them", count);
         }
     }
     return {};
 }
 
-// An embedded object has no key of its own and is not filed, so only its properties matter.
-Status ClassChange::LossesWithin(const Instance& holder, std::vector<std::string>& found) {
+// An embedded object has no key of its own and is not filed, so only its properties matter, and whether it
+// may stay where it is.
+Status ClassChange::LossesWithin(const Instance& holder, std::vector<const Loss*>& found) {
+    const ClassPtr newer = NewerOf(holder.Class());
     const auto& properties = holder.Class()->Properties();
     for (size_t i = 0; i < properties.size(); ++i) {
         if (properties[i].type.type != CimType::kObject) continue;
@@ -195,15 +301,21 @@ Status ClassChange::LossesWithin(const Instance& holder, std::vector<std::string
         bool is_set = false;
         SERVICE_RETURN_IF_ERROR(holder.ReadOwn(i, is_set, storage, view));
         if (!is_set) continue;
+        const auto index = newer ? newer->FindProperty(std::string_view(properties[i].name)) : std::nullopt;
+        const std::string target = index ? newer->Properties()[*index].type.class_name : "";
         const auto look_at = [&](const Instance& object) -> Status {
+            const ClassVersion* version = VersionOf(*object.Class());
+            if (!version || version->is_forced) return LossesWithin(object, found);
+            const auto leaves = leaves_line_.find(object.Class()->Id());
+            if (leaves != leaves_line_.end() && !target.empty() && !version->newer->IsA(target))
+                found.push_back(&leaves->second);
             const auto losses = losses_.find(object.Class()->Id());
-            if (losses != losses_.end()) {
-                const bool is_deleted = !VersionOf(*object.Class())->newer;
-                for (const Loss& loss : losses->second) {
-                    bool loses = is_deleted;
-                    if (loss.property) SERVICE_RETURN_IF_ERROR(Loses(loss, object, loses));
-                    if (loses) found.push_back(loss.what);
-                }
+            if (losses == losses_.end()) return LossesWithin(object, found);
+            for (const Loss& loss : losses->second) {
+                bool loses = !version->newer;
+                const bool is_of_property = loss.loser != Loser::kEach && loss.loser != Loser::kWhoHasNone;
+                if (is_of_property) SERVICE_RETURN_IF_ERROR(Loses(loss, object, loses));
+                if (loses) found.push_back(&loss);
             }
             return LossesWithin(object, found);
         };
@@ -212,59 +324,68 @@ Status ClassChange::LossesWithin(const Instance& holder, std::vector<std::string
     return {};
 }
 
-Status ClassChange::Refuse(const Counts& counts) const {
+Status ClassChange::Refuse(const Counts& counts, std::string& at_fault) const {
     if (counts.empty()) return {};
-    const auto& [what, classes] = *counts.begin();
+    const auto& [key, concerned] = *counts.begin();
+    const auto& [cause, what] = key;
     uint64_t count = 0;
     std::string where;
-    for (const auto& [shown, of_class] : classes) {
+    for (const auto& [shown, of_class] : concerned.classes) {
         count += of_class;
         where += (where.empty() ? "" : ", ") + shown;
     }
-    const std::string& name = versions_.front().older->Name();
-    if (!versions_.front().newer) {
+    at_fault = cause;
+    if (concerned.way_out.empty()) {
         return {WBEM_E_CLASS_HAS_INSTANCES,
-                "class " + name + " cannot be deleted, for " + Counted(count) +
+                "class " + cause + " cannot be deleted, for " + Counted(count) +
                     (count == 1 ? " depends" : " depend") + " on it (" + where +
                     "): delete them first, or delete the class by force, which deletes all of it"};
     }
-    return {WBEM_E_CLASS_HAS_INSTANCES, "the new declaration of class " + name + " " + what +
+    return {WBEM_E_CLASS_HAS_INSTANCES, "the new declaration of class " + cause + " " + what +
                                             ", which concerns " + Counted(count) + " (" + where +
-                                            "): delete them first, keep what they depend on, or declare the "
-                                            "class by force (mgmtctl import --force), which keeps "
-                                            "the values that fit and drops the others"};
+                                            "): " + concerned.way_out};
 }
 
 std::vector<ClassPtr> ClassChange::Holders() const {
-    // What may be held, first the classes that lose something, then what may hold them and be held in turn.
-    std::vector<const ClassDefinition*> held;
+    // The names of the classes that a property may be declared with to hold what matters, and those to look
+    // at.
+    std::unordered_set<std::string> names;
+    std::vector<std::string> fresh;
+    const auto reach = [&](const ClassDefinition& held) {
+        for (const ClassDefinition* each = &held; each; each = each->Superclass().get()) {
+            if (names.insert(each->FoldedName()).second) fresh.push_back(each->FoldedName());
+        }
+    };
     for (const ClassVersion& version : versions_) {
         const auto losses = losses_.find(version.older->Id());
-        if (losses == losses_.end()) continue;
-        const bool matters = !version.newer || std::any_of(losses->second.begin(), losses->second.end(),
-                                                           [](const Loss& loss) { return loss.property; });
-        if (matters) held.push_back(version.older.get());
+        const bool matters = !version.newer || leaves_line_.contains(version.older->Id()) ||
+                             (losses != losses_.end() &&
+                              std::any_of(losses->second.begin(), losses->second.end(),
+                                          [](const Loss& loss) { return loss.loser != Loser::kEach; }));
+        if (matters) reach(*version.older);
     }
-    const auto may_hold = [&](const PropertyDefinition& property) {
-        return property.type.type == CimType::kObject &&
-               (property.type.class_name.empty() ||
-                std::any_of(held.begin(), held.end(), [&](const ClassDefinition* each) {
-                    return each->IsA(property.type.class_name);
-                }));
-    };
+    if (fresh.empty()) return {};
+
+    // By the name that they declare a property with; an empty one holds any object.
+    std::unordered_map<std::string, std::vector<ClassPtr>> candidates;
+    for (const ClassPtr& candidate : *all_) {
+        for (const PropertyDefinition& property : candidate->Properties()) {
+            if (property.type.type == CimType::kObject)
+                candidates[Fold(property.type.class_name)].push_back(candidate);
+        }
+    }
     std::vector<ClassPtr> holders;
-    std::set<const ClassDefinition*> known;
-    for (bool is_growing = !held.empty(); is_growing;) {
-        is_growing = false;
-        for (const ClassPtr& candidate : *all_) {
-            const auto& properties = candidate->Properties();
-            if (known.contains(candidate.get()) ||
-                std::none_of(properties.begin(), properties.end(), may_hold))
-                continue;
-            known.insert(candidate.get());
-            held.push_back(candidate.get());
+    std::unordered_set<const ClassDefinition*> known;
+    fresh.emplace_back();
+    while (!fresh.empty()) {
+        const std::string name = std::move(fresh.back());
+        fresh.pop_back();
+        const auto of_name = candidates.find(name);
+        if (of_name == candidates.end()) continue;
+        for (const ClassPtr& candidate : of_name->second) {
+            if (!known.insert(candidate.get()).second) continue;
             holders.push_back(candidate);
-            is_growing = true;
+            reach(*candidate);
         }
     }
     return holders;
@@ -294,12 +415,21 @@ Status ClassChange::ForEachEntry(const ClassDefinition& definition, FunctionRef<
     return {};
 }
 
-Status ClassChange::Convert() {
-    if (losses_.empty()) return {};
+Status ClassChange::Convert(std::string& at_fault) {
+    const auto is_rewritten = [&](const ClassVersion& version) {
+        const auto losses = losses_.find(version.older->Id());
+        if (version.is_forced && leaves_line_.contains(version.older->Id())) return true;
+        return losses != losses_.end() &&
+               (version.is_forced ||
+                std::any_of(losses->second.begin(), losses->second.end(),
+                            [](const Loss& loss) { return loss.loser == Loser::kNobody; }));
+    };
+    if (std::none_of(versions_.begin(), versions_.end(), is_rewritten)) return {};
     const std::vector<ClassPtr> holders = Holders();
+    const std::unordered_set<ClassPtr> held_in(holders.begin(), holders.end());
     for (const ClassVersion& version : versions_) {
-        const bool is_held = std::find(holders.begin(), holders.end(), version.older) != holders.end();
-        if (!is_held && !losses_.contains(version.older->Id())) continue;
+        if (!held_in.contains(version.older) && !is_rewritten(version)) continue;
+        at_fault = version.cause;
         SERVICE_RETURN_IF_ERROR(ConvertClass(version.older, version.newer));
     }
     for (const ClassPtr& holder : holders) {
@@ -321,11 +451,28 @@ Status ClassChange::ConvertClass(const ClassPtr& older, const ClassPtr& newer) {
     return ForEachEntry(*older, [&](Entry& entry) -> Status {
         SERVICE_ASSIGN_OR_RETURN(const Instance instance, DecodeInstance(older, entry.record, sources_));
         SERVICE_ASSIGN_OR_RETURN(const Instance converted, Converted(instance, newer));
+        SERVICE_RETURN_IF_ERROR(CheckValues(instance, converted));
         std::string record;
         SERVICE_RETURN_IF_ERROR(EncodeInstance(converted, record));
         if (record == entry.record) return {};
         return writer_.PutInstance(older->Id(), entry.key, entry.record, record);
     });
+}
+
+Status ClassChange::CheckValues(const Instance& older, const Instance& newer) {
+    const auto& properties = newer.Class()->Properties();
+    for (size_t i = 0; i < properties.size(); ++i) {
+        if (!properties[i].is_not_null || properties[i].is_key) continue;
+        Value storage;
+        ValueView view;
+        SERVICE_RETURN_IF_ERROR(newer.Read(i, storage, view));
+        if (!IsNull(view)) continue;
+        return {WBEM_E_ILLEGAL_NULL, "the new declaration of class " + newer.Class()->Name() +
+                                         " leaves the instance " + ShownPath(older) +
+                                         " without a value of the property " + properties[i].name +
+                                         ", which is not_null: give it a default value"};
+    }
+    return {};
 }
 
 Status ClassChange::DeleteInstances(const ClassDefinition& definition) {
@@ -345,11 +492,9 @@ Status ClassChange::File(const ClassPtr& older, const ClassPtr& newer) {
     const auto plan = [&](Entry& entry) -> Status {
         SERVICE_ASSIGN_OR_RETURN(const Instance instance, DecodeInstance(older, entry.record, sources_));
         SERVICE_ASSIGN_OR_RETURN(const Instance converted, Converted(instance, newer));
+        SERVICE_RETURN_IF_ERROR(CheckValues(instance, converted));
         Result<std::string> key = KeyOf(converted);
-        if (!key.ok()) {
-            return {key.code(), "the new declaration of class " + newer->Name() + " leaves the instance " +
-                                    ShownPath(instance) + " without a key: " + key.status().reason()};
-        }
+        if (!key.ok()) return WithoutKey(instance, converted, key.status());
         const auto [other, is_free] = taken.try_emplace(*key, moves.size());
         if (!is_free) {
             const Result<Instance> there =
@@ -390,8 +535,9 @@ Result<Instance> ClassChange::Converted(const Instance& instance, const ClassPtr
         SERVICE_RETURN_IF_ERROR(instance.ReadOwn(i, is_set, storage, view));
         if (!is_set) continue;
         Value value = OwnedCopy(view);
+        const std::string& target = newer->Properties()[*index].type.class_name;
         if (properties[i].type.type == CimType::kObject) {
-            SERVICE_ASSIGN_OR_RETURN(value, ConvertedObjects(std::move(value)));
+            SERVICE_ASSIGN_OR_RETURN(value, ConvertedObjects(std::move(value), target));
         }
         auto fitting = ConvertedValue(properties[i].type, newer->Properties()[*index].type, value);
         if (fitting) SERVICE_RETURN_IF_ERROR(converted.Set(*index, std::move(*fitting)));
@@ -399,13 +545,13 @@ Result<Instance> ClassChange::Converted(const Instance& instance, const ClassPtr
     return converted;
 }
 
-Result<Value> ClassChange::ConvertedObjects(Value value) const {
-    if (const auto* object = std::get_if<ObjectPtr>(&value)) return ConvertedObject(*object);
+Result<Value> ClassChange::ConvertedObjects(Value value, const std::string& target) const {
+    if (const auto* object = std::get_if<ObjectPtr>(&value)) return ConvertedObject(*object, target);
     if (auto* array = std::get_if<Array>(&value)) {
         for (Scalar& element : *array) {
             const auto* object = std::get_if<ObjectPtr>(&element);
             if (!object) continue;
-            SERVICE_ASSIGN_OR_RETURN(const Value converted, ConvertedObject(*object));
+            SERVICE_ASSIGN_OR_RETURN(const Value converted, ConvertedObject(*object, target));
             const auto* kept = std::get_if<ObjectPtr>(&converted);
             element = kept ? Scalar(*kept) : Scalar();
         }
@@ -413,11 +559,10 @@ Result<Value> ClassChange::ConvertedObjects(Value value) const {
     return value;
 }
 
-// Null for an object of a deleted class.
-Result<Value> ClassChange::ConvertedObject(const ObjectPtr& object) const {
+Result<Value> ClassChange::ConvertedObject(const ObjectPtr& object, const std::string& target) const {
     const ClassVersion* version = VersionOf(*object->Class());
-    const ClassPtr& newer = version ? version->newer : object->Class();
-    if (!newer) return Value();
+    const ClassPtr newer = NewerOf(object->Class());
+    if (!newer || (!target.empty() && !newer->IsA(target))) return Value();
     if (!version && !newer->HasObjects()) return Value(object);
     SERVICE_ASSIGN_OR_RETURN(Instance converted, Converted(*object, newer));
     return Value(ObjectPtr(std::make_shared<const Instance>(std::move(converted))));

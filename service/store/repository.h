@@ -19,6 +19,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "service/model/class_definition.h"
@@ -46,6 +47,7 @@ enum class ClassUpdate {
 };
 
 class Repository;
+class SchemaUpdate;
 
 // WBEM_E_NOT_FOUND for the instance that `path` names.
 Status NoInstance(const Namespace& space, const ObjectPath& path);
@@ -88,6 +90,7 @@ class RepositoryReader {
 
  protected:
     friend class Repository;
+    friend class SchemaUpdate;
     RepositoryReader(const Repository& repository, StoreReader& reader);
     ~RepositoryReader() = default;
 
@@ -108,10 +111,18 @@ class RepositoryWriter : public RepositoryReader {
     // Declares a class, or declares it anew. A new declaration that takes away what instances of the class or
     // of its subclasses hold, or objects of them in other instances, is refused with their number
     // (WBEM_E_CLASS_HAS_INSTANCES), and so is one that changes how instances are told apart: see
-    // ClassChange, which also says what `update` does to them by force. `is_changed` is false when the class
+    // ClassChange, which also says what `mode` does to them by force. `is_changed` is false when the class
     // was declared just so already.
     Status PutClass(const Namespace& space, ClassDeclaration declaration, PutCondition condition,
-                    bool& is_changed, ClassUpdate update = ClassUpdate::kSafe);
+                    bool& is_changed, ClassUpdate mode = ClassUpdate::kSafe);
+    // What is put between the two is looked at together, in FinishClasses: see SchemaUpdate. `names` are
+    // those of the classes that will be put; `at_fault` names the class, or the qualifier, that is refused.
+    Status BeginClasses(const Namespace& space, const std::vector<std::string>& names);
+    Status FinishClasses(const Namespace& space, std::string& at_fault);
+    // Meanwhile as it is to be.
+    Result<ClassPtr> FindClass(const Namespace& space, std::string_view name);
+
+    // WBEM_E_INVALID_OPERATION while another class is declared with the class;
     // WBEM_E_CLASS_HAS_CHILDREN or WBEM_E_CLASS_HAS_INSTANCES, with their number, while there are any; by
     // force they are deleted too, and objects of these classes in other instances become null.
     Status DeleteClass(const Namespace& space, std::string_view name,
@@ -130,6 +141,7 @@ class RepositoryWriter : public RepositoryReader {
 
  private:
     friend class Repository;
+    friend class SchemaUpdate;
     RepositoryWriter(const Repository& repository, StoreWriter& writer)
         : RepositoryReader(repository, writer), writer_(writer) {}
 
@@ -140,12 +152,16 @@ class RepositoryWriter : public RepositoryReader {
     Result<ObjectPtr> Settled(const Namespace& space, const ObjectPtr& object);
     Status SettleObjects(const Namespace& space, Instance& instance);
     Status StoreInstance(const Instance& instance, PutCondition condition);
-    // What the class and its subclasses become by the new declaration of the first.
-    Result<std::vector<ClassVersion>> VersionsBy(const Namespace& space, const ClassPtr& older,
-                                                 const ClassPtr& newer);
+    // Notes a declaration that gives a qualifier another type than the record `stored`, empty for none.
+    Status NoteType(const Namespace& space, const QualifierDeclaration& declaration, std::string_view stored);
+    // Whether the declarations of qualifiers that were put fit the classes that carry them.
+    Status CheckQualifierUse(const Namespace& space, std::string& at_fault);
 
     StoreWriter& writer_;
     bool has_own_cache_ = false;
+    std::unordered_map<uint32_t, std::shared_ptr<SchemaUpdate>> updates_;  // by namespace
+    // Put with a type that they did not have, by namespace.
+    std::unordered_map<uint32_t, std::vector<QualifierDeclaration>> retyped_qualifiers_;
 };
 
 class Repository : public std::enable_shared_from_this<Repository> {

@@ -1,11 +1,13 @@
 // What is changed in a repository: the operations of RepositoryWriter.
 #include <algorithm>
+#include <unordered_set>
 #include <utility>
 
 #include "service/model/limits.h"
 #include "service/model/text.h"
 #include "service/store/class_change.h"
 #include "service/store/repository.h"
+#include "service/store/schema_update.h"
 
 namespace service {
 namespace {
@@ -16,23 +18,54 @@ Status AboutInstance(const Instance& instance, int32_t code, const std::string& 
     return {code, "the instance " + ClipForMessage(shown, kMaxShownPath) + " " + what};
 }
 
-// Properties keep the number they had, so that records find them; new ones, and those of another type, get
-// numbers that were never used.
-Status NumberProperties(ClassDeclaration& declaration, const ClassDeclaration* older) {
-    declaration.next_ordinal = older ? older->next_ordinal : 0;
-    for (PropertyDeclaration& property : declaration.properties) {
-        const PropertyDeclaration* same = nullptr;
-        if (older) {
-            for (const PropertyDeclaration& candidate : older->properties) {
-                if (candidate.type.SameShape(property.type) && EqualFolded(candidate.name, property.name))
-                    same = &candidate;
-            }
-        }
-        property.ordinal = same ? same->ordinal : declaration.next_ordinal++;
+// A key that its class's default gives is kept in the record as any other: the default may change, and the
+// instance stays where it was filed.
+Status EncodeWithKeys(const Instance& instance, std::string& record) {
+    const std::vector<size_t>& keys = instance.Class()->Keys();
+    const auto is_set = [&](size_t index) { return instance.IsSet(index); };
+    if (std::all_of(keys.begin(), keys.end(), is_set)) return EncodeInstance(instance, record);
+    Instance filed = instance;
+    for (const size_t index : keys) {
+        Value storage;
+        ValueView view;
+        SERVICE_RETURN_IF_ERROR(instance.Read(index, storage, view));
+        SERVICE_RETURN_IF_ERROR(filed.Set(index, OwnedCopy(view)));
     }
-    if (declaration.next_ordinal <= UINT16_MAX) return {};
-    return {WBEM_E_QUOTA_VIOLATION,
-            "class " + declaration.name + " was given too many new properties in its life"};
+    return EncodeInstance(filed, record);
+}
+
+// What a class says of another one in its own declaration: "property C.P", or nothing.
+std::string NamingPlace(const ClassDeclaration& declaration,
+                        const std::unordered_set<std::string>& folded_names) {
+    const auto is_named = [&](const PropertyType& type) {
+        return !type.class_name.empty() && folded_names.contains(Fold(type.class_name));
+    };
+    for (const PropertyDeclaration& property : declaration.properties) {
+        if (is_named(property.type)) return "property " + declaration.name + "." + property.name;
+    }
+    for (const MethodDeclaration& method : declaration.methods) {
+        const bool names = (method.return_type && is_named(*method.return_type)) ||
+                           std::any_of(method.parameters.begin(), method.parameters.end(),
+                                       [&](const ParameterDeclaration& each) { return is_named(each.type); });
+        if (names) return "method " + declaration.name + "." + method.name;
+    }
+    return {};
+}
+
+// A class that others are declared with stays: what is left would be no schema that can be imported again.
+Status CheckNobodyNames(const std::vector<ClassPtr>& all, const std::vector<ClassPtr>& gone) {
+    std::unordered_set<std::string> names;
+    for (const ClassPtr& each : gone)
+        names.insert(each->FoldedName());
+    for (const ClassPtr& each : all) {
+        if (names.contains(each->FoldedName())) continue;
+        const std::string place = NamingPlace(each->Declaration(), names);
+        if (place.empty()) continue;
+        return {WBEM_E_INVALID_OPERATION, "class " + gone.front()->Name() + " cannot be deleted: the " +
+                                              place + " is declared with it. Declare class " + each->Name() +
+                                              " without it first, or delete that one, too"};
+    }
+    return {};
 }
 
 }  // namespace
@@ -71,131 +104,57 @@ Result<Namespace> RepositoryWriter::MakeNamespace(std::string_view path, bool& i
     return space;
 }
 
-Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration declaration,
-                                  PutCondition condition, bool& is_changed, ClassUpdate update) {
-    is_changed = false;
-    SERVICE_RETURN_IF_ERROR(CheckName("class", declaration.name));
-    Result<ClassPtr> existing = FindClass(space, declaration.name);
-    if (!existing.ok() && existing.code() != WBEM_E_INVALID_CLASS) return std::move(existing).status();
-    const ClassDefinition* older = existing.ok() ? existing->get() : nullptr;
-    if (older && condition == PutCondition::kCreateOnly) {
-        return {WBEM_E_ALREADY_EXISTS,
-                "class " + declaration.name + " is in the namespace " + space.path + " already"};
-    }
-    if (!older && condition == PutCondition::kUpdateOnly) {
-        return {WBEM_E_NOT_FOUND,
-                "there is no class " + declaration.name + " in the namespace " + space.path};
-    }
-
-    ClassPtr superclass;
-    if (!declaration.superclass.empty()) {
-        Result<ClassPtr> found = FindClass(space, declaration.superclass);
-        if (!found.ok()) {
-            return {found.code() == WBEM_E_INVALID_CLASS ? WBEM_E_INVALID_SUPERCLASS : found.code(),
-                    "the superclass of class " + declaration.name + ": " + found.status().reason()};
-        }
-        superclass = std::move(*found);
-        if (superclass->IsA(declaration.name)) {
-            return {WBEM_E_INVALID_SUPERCLASS, "class " + declaration.name + " cannot derive from " +
-                                                   superclass->Name() + ", which derives from it"};
-        }
-        declaration.superclass = superclass->Name();
-    }
-
-    ClassRecord record;
-    if (older) {
-        record.class_id = older->Id();
-    } else {
-        SERVICE_RETURN_IF_ERROR(writer_.NextId(record.class_id));
-    }
-    SERVICE_RETURN_IF_ERROR(NumberProperties(declaration, older ? &older->Declaration() : nullptr));
-    SERVICE_ASSIGN_OR_RETURN(const ClassPtr newer,
-                             ClassDefinition::Resolve(record.class_id, declaration, superclass));
-    record.declaration = std::move(declaration);
-    std::string bytes;
-    SERVICE_RETURN_IF_ERROR(EncodeClass(record, bytes));
-    const std::string key = ClassKey(space.id, record.declaration.name);
-    if (key.size() > kMaxSchemaKeyBytes) {
-        return {WBEM_E_INVALID_PARAMETER,
-                "the name of class " + newer->Name() + " is too long once its case is folded"};
-    }
-    std::vector<ClassVersion> versions;
-    if (older) {
-        std::string_view stored;
-        bool found = false;
-        SERVICE_RETURN_IF_ERROR(reader_.GetSchema(key, stored, found));
-        if (found && stored == bytes) return {};
-        SERVICE_ASSIGN_OR_RETURN(versions, VersionsBy(space, *existing, newer));
-        SERVICE_ASSIGN_OR_RETURN(SchemaCache::ClassList all, Classes(space));
-        ClassChange change(writer_, std::move(all), versions);
-        SERVICE_RETURN_IF_ERROR(update == ClassUpdate::kForced ? change.Convert() : change.CheckSafe());
-    }
-    SERVICE_RETURN_IF_ERROR(writer_.PutSchema(key, bytes));
-    is_changed = true;
-    LeaveSharedCache();
-    if (!older) {
-        cache_->ClearLists();
-        return {};
-    }
-    std::vector<ClassPtr> current;
-    for (const ClassVersion& version : versions)
-        current.push_back(version.newer);
-    cache_->Replace(space.id, current, {});
+Status RepositoryWriter::BeginClasses(const Namespace& space, const std::vector<std::string>& names) {
+    updates_[space.id] = std::make_shared<SchemaUpdate>(*this, space, names);
     return {};
 }
 
-// The subclasses must still be classes: each is joined anew with the class above it.
-Result<std::vector<ClassVersion>> RepositoryWriter::VersionsBy(const Namespace& space, const ClassPtr& older,
-                                                               const ClassPtr& newer) {
-    SERVICE_ASSIGN_OR_RETURN(std::vector<ClassPtr> subclasses, Subclasses(space, newer->Name()));
-    // Those near the class come first, so that each finds its superclass among those done.
-    std::stable_sort(subclasses.begin(), subclasses.end(), [](const ClassPtr& a, const ClassPtr& b) {
-        return a->Derivation().size() < b->Derivation().size();
-    });
-    std::vector<ClassVersion> versions{{older, newer}};
-    for (ClassPtr& subclass : subclasses) {
-        const auto above = std::find_if(versions.begin(), versions.end(), [&](const ClassVersion& candidate) {
-            return candidate.newer->Id() == subclass->Superclass()->Id();
-        });
-        if (above == versions.end()) continue;
-        Result<ClassPtr> again =
-            ClassDefinition::Resolve(subclass->Id(), subclass->Declaration(), above->newer);
-        if (!again.ok()) {
-            return Status(again.code(), "the new declaration of class " + newer->Name() +
-                                            " does not fit its subclass " + subclass->Name() + ": " +
-                                            again.status().reason());
-        }
-        versions.push_back({std::move(subclass), std::move(*again)});
-    }
-    return versions;
+Status RepositoryWriter::FinishClasses(const Namespace& space, std::string& at_fault) {
+    const auto update = updates_.extract(space.id);
+    if (update) SERVICE_RETURN_IF_ERROR(update.mapped()->Finish(at_fault));
+    return CheckQualifierUse(space, at_fault);
+}
+
+Result<ClassPtr> RepositoryWriter::FindClass(const Namespace& space, std::string_view name) {
+    const auto update = updates_.find(space.id);
+    return update == updates_.end() ? RepositoryReader::FindClass(space, name) : update->second->Find(name);
+}
+
+Status RepositoryWriter::PutClass(const Namespace& space, ClassDeclaration declaration,
+                                  PutCondition condition, bool& is_changed, ClassUpdate mode) {
+    if (const auto update = updates_.find(space.id); update != updates_.end())
+        return update->second->Put(std::move(declaration), condition, mode, is_changed);
+    SchemaUpdate alone(*this, space, {declaration.name});
+    SERVICE_RETURN_IF_ERROR(alone.Put(std::move(declaration), condition, mode, is_changed));
+    std::string at_fault;
+    return alone.Finish(at_fault);
 }
 
 Status RepositoryWriter::DeleteClass(const Namespace& space, std::string_view name, ClassUpdate update) {
     SERVICE_ASSIGN_OR_RETURN(const ClassPtr definition, FindClass(space, name));
     SERVICE_ASSIGN_OR_RETURN(const std::vector<ClassPtr> subclasses, Subclasses(space, definition->Name()));
-    std::vector<ClassVersion> versions{{definition, nullptr}};
-    for (const ClassPtr& subclass : subclasses)
-        versions.push_back({subclass, nullptr});
-    SERVICE_ASSIGN_OR_RETURN(SchemaCache::ClassList all, Classes(space));
-    ClassChange change(writer_, std::move(all), versions);
-    if (update == ClassUpdate::kForced) {
-        SERVICE_RETURN_IF_ERROR(change.Convert());
-    } else {
-        if (!subclasses.empty()) {
-            return {WBEM_E_CLASS_HAS_CHILDREN,
-                    "class " + definition->Name() + " has " + std::to_string(subclasses.size()) +
-                        (subclasses.size() == 1 ? " subclass" : " subclasses") + ", " +
-                        subclasses.front()->Name() +
-                        " among them: delete them first, or delete the class by force, which deletes them "
-                        "and all instances"};
-        }
-        SERVICE_RETURN_IF_ERROR(change.CheckSafe());
+    const bool is_forced = update == ClassUpdate::kForced;
+    if (!is_forced && !subclasses.empty()) {
+        return {
+            WBEM_E_CLASS_HAS_CHILDREN,
+            "class " + definition->Name() + " has " + std::to_string(subclasses.size()) +
+                (subclasses.size() == 1 ? " subclass" : " subclasses") + ", " + subclasses.front()->Name() +
+                " among them: delete them first, or delete the class by force, which deletes them and all "
+                "instances"};
     }
-    std::vector<ClassPtr> gone;
-    for (const ClassVersion& version : versions) {
-        SERVICE_RETURN_IF_ERROR(writer_.DeleteSchema(ClassKey(space.id, version.older->Name())));
-        gone.push_back(version.older);
-    }
+    std::vector<ClassPtr> gone{definition};
+    gone.insert(gone.end(), subclasses.begin(), subclasses.end());
+    SERVICE_ASSIGN_OR_RETURN(const SchemaCache::ClassList all, Classes(space));
+    std::vector<ClassVersion> versions;
+    for (const ClassPtr& each : gone)
+        versions.push_back({each, nullptr, is_forced, definition->Name()});
+    ClassChange change(writer_, all, std::move(versions));
+    std::string at_fault;
+    SERVICE_RETURN_IF_ERROR(change.CheckSafe(at_fault));
+    SERVICE_RETURN_IF_ERROR(CheckNobodyNames(*all, gone));
+    SERVICE_RETURN_IF_ERROR(change.Convert(at_fault));
+    for (const ClassPtr& each : gone)
+        SERVICE_RETURN_IF_ERROR(writer_.DeleteSchema(ClassKey(space.id, each->Name())));
     LeaveSharedCache();
     cache_->Replace(space.id, {}, gone);
     return {};
@@ -277,7 +236,7 @@ Status RepositoryWriter::StoreInstance(const Instance& instance, PutCondition co
         }
     }
     std::string record;
-    SERVICE_RETURN_IF_ERROR(EncodeInstance(instance, record));
+    SERVICE_RETURN_IF_ERROR(EncodeWithKeys(instance, record));
 
     std::string_view before;
     bool exists = false;

@@ -177,6 +177,8 @@ void StoreCheck::ResolveClasses(uint32_t last_id) {
         const auto sources =
             std::make_shared<const ClassesOfAMoment>(std::make_shared<const std::vector<ClassPtr>>(list));
         for (const ClassPtr& definition : list)
+            CheckNames(*definition, namespace_id);
+        for (const ClassPtr& definition : list)
             classes_[definition->Id()] = {definition, space == spaces_.end() ? nullptr : &space->second,
                                           sources};
     }
@@ -208,6 +210,15 @@ ClassPtr StoreCheck::Resolve(const std::string& key, size_t depth) {
         return nullptr;
     }
     return declared.definition = std::move(*definition);
+}
+
+void StoreCheck::CheckNames(const ClassDefinition& definition, uint32_t namespace_id) {
+    for (const PropertyDeclaration& property : definition.Declaration().properties) {
+        const std::string& name = property.type.class_name;
+        if (name.empty() || declared_.contains(ClassKey(namespace_id, name))) continue;
+        Find("the property " + definition.Name() + "." + property.name + " of the namespace " +
+             SpaceOf(namespace_id) + " is of class " + name + ", which is not there");
+    }
 }
 
 void StoreCheck::NoteClass(const ClassDefinition& definition) {
@@ -275,9 +286,27 @@ Status StoreCheck::CheckValues(const Instance& instance) {
             SERVICE_RETURN_IF_ERROR(CheckValues(***object));
         }
         if (properties[i].type.type == CimType::kObject) {
+            SERVICE_RETURN_IF_ERROR(CheckTarget(properties[i], view));
             const Embedding objects = EmbeddedObjectsOf(view);
             Raise(use_.embedding_depth, objects.depth);
             Raise(use_.embedded_objects, objects.objects);
+        }
+    }
+    return {};
+}
+
+Status StoreCheck::CheckTarget(const PropertyDefinition& property, const ValueView& value) {
+    const std::string& target = property.type.class_name;
+    const auto look_at = [&](const ObjectPtr& object) -> Status {
+        if (target.empty() || object->Class()->IsA(target)) return {};
+        return {WBEM_E_TYPE_MISMATCH, "property " + property.name + " holds an object of class " +
+                                          object->Class()->Name() + ", and takes those of class " + target};
+    };
+    if (const auto* object = std::get_if<const ObjectPtr*>(&value)) return look_at(**object);
+    if (const auto* array = std::get_if<const Array*>(&value)) {
+        for (const Scalar& element : **array) {
+            const auto* object = std::get_if<ObjectPtr>(&element);
+            if (object) SERVICE_RETURN_IF_ERROR(look_at(*object));
         }
     }
     return {};

@@ -99,12 +99,15 @@ class StoreCheck {
     void TakeNumber(uint32_t id, uint32_t last_id, const std::string& what);
     void ResolveClasses(uint32_t last_id);
     ClassPtr Resolve(const std::string& key, size_t depth);
+    // Whether the classes that its properties are declared with are there.
+    void CheckNames(const ClassDefinition& definition, uint32_t namespace_id);
     void NoteClass(const ClassDefinition& definition);
     std::string SpaceOf(uint32_t namespace_id) const;
 
     void CheckInstance(uint32_t class_id, const InstanceView& found, bool is_reachable);
     // What is wrong with the values of an instance, its objects included; they are measured on the way.
     Status CheckValues(const Instance& instance);
+    static Status CheckTarget(const PropertyDefinition& property, const ValueView& value);
     Status CheckArray(const Array& array);
     void CheckChange(uint64_t number, const ChangeView* change);
 

@@ -84,7 +84,9 @@ TEST_F(ConnectionsTest, AClassKeepsWhatEmbeddedObjectsDependOn) {
     CMgmtObject policy(L"Policy", L"a", nullptr);
     EXPECT_TRUE(policy.Get());
     EXPECT_TRUE(policy.DeleteInstance());
-    EXPECT_EQ(services->DeleteClass(_bstr_t(L"Schedule"), 0, nullptr, nullptr), WBEM_S_NO_ERROR);
+    EXPECT_EQ(services->DeleteClass(_bstr_t(L"Schedule"), 0, nullptr, nullptr), WBEM_E_INVALID_OPERATION);
+    for (const wchar_t* name : {L"Job", L"Schedule"})
+        EXPECT_EQ(services->DeleteClass(_bstr_t(name), 0, nullptr, nullptr), WBEM_S_NO_ERROR);
 }
 
 // LMDB's data file may be cut short by a copy that was broken off.
