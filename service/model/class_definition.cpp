@@ -170,6 +170,8 @@ Result<ClassPtr> ClassDefinition::Resolve(uint32_t class_id, ClassDeclaration de
     const auto definition = std::shared_ptr<ClassDefinition>(new ClassDefinition);
     definition->class_id_ = class_id;
     definition->declaration_ = std::move(declaration);
+    // However it was spelled when the class was declared.
+    if (superclass) definition->declaration_.superclass = superclass->Name();
     definition->superclass_ = std::move(superclass);
     ClassDefinition& self = *definition;
     const ClassDeclaration& declared = self.declaration_;

@@ -56,6 +56,11 @@ TEST_F(SchemaUpdateTest, PropertiesMoveWithTheirValues) {
     EXPECT_EQ(ValueOf(L"Low=\"1\"", L"N"), "BSTR 8");
     Refused("class Top { [key] string K; uint8 N; };", WBEM_E_TYPE_MISMATCH,
             "Low.N is declared as string, but Top declares it as uint8. Declare the subclass anew");
+    ASSERT_CODE(S_OK, Import("class TOP { [key] string K; string N; };"));
+    EXPECT_EQ(ValueOf(L"Low", L"__SUPERCLASS"), "BSTR TOP");
+    CComBSTR text;
+    ASSERT_CODE(S_OK, Get(L"Low")->GetObjectText(0, &text));
+    EXPECT_THAT(Narrow(text.m_str), HasSubstr("class Low : TOP"));
     // Superclass and subclass may change places.
     ASSERT_CODE(S_OK, Import("class Upper { [key] string K; }; class Lower : Upper {};"));
     EXPECT_CODE(S_OK, Import("class Upper : Lower {}; class Lower { [key] string K; };")) << TakeReason();
