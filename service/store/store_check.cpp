@@ -252,13 +252,14 @@ void StoreCheck::CheckInstance(uint32_t class_id, const InstanceView& found, boo
         return Find("the instance with the key " + Shown(found.key) + " is of class number " +
                     std::to_string(class_id) + ", which is not there or damaged");
     }
-    const auto& [definition, space, sources] = known->second;
+    const ClassPtr& definition = known->second.definition;
+    const auto* const space = known->second.space;
     const std::string where = space ? *space : std::string("no namespace");
     const auto find = [&](const std::string& what) {
         Find("the instance of class " + definition->Name() + " with the key " + Shown(found.key) +
              " in the namespace " + where + " " + what);
     };
-    Result<Instance> instance = DecodeInstance(definition, found.record, sources);
+    Result<Instance> instance = DecodeInstance(definition, found.record, known->second.sources);
     if (!instance.ok()) return find("is damaged: its record does not agree with its checksum");
     if (ClassIdOfRecord(found.record) != class_id) return find("has the record of another class");
     if (definition->IsAbstract()) find("is there although the class is abstract");

@@ -5,8 +5,11 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "service/language/wql_comparison.h"
 #include "service/model/value.h"
@@ -39,26 +42,22 @@ bool IsDayOfCalendar(std::string_view date) {
         .ok();
 }
 
-bool HasClockTimeOf(const SYSTEMTIME& time, std::string_view date) {
-    return time.wYear == Digits(date, 0, 4) && time.wMonth == Digits(date, 4, 2) &&
-           time.wDay == Digits(date, 6, 2) && time.wHour == Digits(date, 8, 2) &&
-           time.wMinute == Digits(date, 10, 2) && time.wSecond == Digits(date, 12, 2);
-}
-
-bool IsSameTime(const SYSTEMTIME& a, const SYSTEMTIME& b) {
-    return a.wYear == b.wYear && a.wMonth == b.wMonth && a.wDay == b.wDay && a.wHour == b.wHour &&
-           a.wMinute == b.wMinute && a.wSecond == b.wSecond;
+std::string Clock(const SYSTEMTIME& time) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02d", time.wYear, time.wMonth, time.wDay,
+                  time.wHour, time.wMinute, time.wSecond);
+    return text;
 }
 
 void CheckWmiTime(const std::wstring& wide, std::string_view text) {
     SYSTEMTIME time = {};
     const bool is_read = MgmtConvertWMITimeToSystemTime(wide.c_str(), &time);
     Expect(is_read == (std::wstring_view(wide.c_str()).size() >= 16), "16 characters are a time", text);
-    Expect(!IsWholeDate(text) || HasClockTimeOf(time, text), "a date is read by position", text);
+    Expect(!IsWholeDate(text) || Clock(time) == text.substr(0, 14), "a date is read by position", text);
     FILETIME file = {};
     if (!MgmtConvertWMITimeToFileTime(wide.c_str(), &file)) return;
     SYSTEMTIME again = {};
-    Expect(FileTimeToSystemTime(&file, &again) && IsSameTime(time, again), "file times are exact", text);
+    Expect(FileTimeToSystemTime(&file, &again) && Clock(time) == Clock(again), "file times are exact", text);
 }
 
 // What is written of a date reads as the same date.
@@ -99,14 +98,13 @@ void CheckToolText(const std::string& text) {
 void CheckOrder(const std::string& a, const std::string& b) {
     if (!IsWhole(a) || !IsWhole(b) || (a[21] == ':') != (b[21] == ':')) return;
     const auto order = mgmtctl::OrderOfDatetime(a) <=> mgmtctl::OrderOfDatetime(b);
-    service::PropertyType type;
-    type.type = service::CimType::kDatetime;
+    const service::PropertyType type{service::CimType::kDatetime, false, 0, {}};
+    service::WqlTerm term;
+    term.path.names = {"At"};
+    term.literal = service::WqlText{b};
     for (const auto& [comparison, expected] : {std::pair(service::WqlOperator::kLess, std::is_lt(order)),
                                                std::pair(service::WqlOperator::kEqual, std::is_eq(order))}) {
-        service::WqlTerm term;
-        term.path.names = {"At"};
         term.comparison = comparison;
-        term.literal = service::WqlText{b};
         const auto prepared = service::WqlComparison::Prepare(type, term, nullptr);
         Expect(prepared.ok() && prepared->Compare(std::string_view(a)) == service::TruthOf(expected),
                "the tool sorts as queries compare", a);

@@ -1,4 +1,5 @@
 // The input is the text of an object path.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -16,14 +17,12 @@ using namespace service;
 using fuzz::Expect;
 
 bool IsSamePath(const ObjectPath& a, const ObjectPath& b) {
-    if (a.server != b.server || a.namespace_path != b.namespace_path || a.class_name != b.class_name ||
-        a.is_singleton != b.is_singleton || a.keys.size() != b.keys.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.keys.size(); ++i) {
-        if (a.keys[i].name != b.keys[i].name || a.keys[i].value != b.keys[i].value) return false;
-    }
-    return true;
+    return a.server == b.server && a.namespace_path == b.namespace_path && a.class_name == b.class_name &&
+           a.is_singleton == b.is_singleton &&
+           std::equal(a.keys.begin(), a.keys.end(), b.keys.begin(), b.keys.end(),
+                      [](const KeyBinding& one, const KeyBinding& other) {
+                          return one.name == other.name && one.value == other.value;
+                      });
 }
 
 // The binding's value as one of `type`; null where the two do not go together.
@@ -41,11 +40,9 @@ void CheckKey(const ObjectPath& path, const ClassPtr& definition) {
     if (!key.ok()) return fuzz::ExpectSentence(key.status());
     Instance instance(definition);
     for (const KeyBinding& binding : path.keys) {
-        const std::string name =
-            binding.name.empty() ? definition->Properties()[definition->Keys().front()].name : binding.name;
-        const PropertyType& type =
-            definition->Properties()[*definition->FindProperty(std::string_view(name))].type;
-        if (!fuzz::Set(instance, name, ValueFor(type, binding))) return;
+        const auto index = binding.name.empty() ? definition->Keys().front()
+                                                : *definition->FindProperty(std::string_view(binding.name));
+        if (!instance.Set(index, ValueFor(definition->Properties()[index].type, binding)).ok()) return;
     }
     const Result<std::string> own_key = KeyOf(instance);
     Expect(own_key.ok() && *own_key == *key, "the instance of a path has the path's key");

@@ -1,8 +1,7 @@
 // The classes that the fuzzers' inputs are about: one with properties of every type, and some that have other
 // keys, derive and embed.
 //
-//   const service::ClassPtr wide = fuzz::ClassNamed("Wide");
-//   service::Instance row(wide);
+//   service::Instance row(fuzz::ClassNamed("Wide"));
 //   fuzz::Set(row, "Text", std::string("a"));   // false for a value that the property does not take
 //
 // One thread.
@@ -33,21 +32,30 @@ class Keys { [key] uint8 N; [key] boolean On; [key] string Name; [key] sint64 Fa
 class Moment { [key] datetime At; };
 class Mark { [key] char16 Unit; };
 [Singleton] class Only { uint32 Value; };
+instance of Wider {
+    ID = "extreme"; Flag = TRUE; S8 = -128; U16 = 65535; S64 = -9223372036854775808; U64 = 18446744073709551615;
+    R32 = 1.1; R64 = NaN; C16 = 0xD800; Text = NULL; At = "20240229235959.999999-720"; Link = "Wide.ID=\"a\\\\b\"";
+    In = instance of Inner {}; Any = instance of Wider { ID = "k"; R64 = NaN; };
+};
 )";
 
-inline service::Result<service::ClassPtr> FindClass(std::string_view name) {
-    static service::MemoryTarget* const target = [] {
-        static service::MemoryTarget made;
-        const service::MofImport import = service::Import(made, kSchema);
-        Expect(!import.fault, "the schema is sound", import.fault ? import.fault->message : "");
-        return &made;
+inline const service::MemoryTarget& Schema() {
+    static const service::MemoryTarget target = [] {
+        service::MemoryTarget made;
+        const std::string fault = service::FaultIn(service::Import(made, kSchema));
+        Expect(fault.empty(), "the schema is sound", fault);
+        return made;
     }();
-    if (service::ClassPtr found = target->Class(std::string(name))) return found;
+    return target;
+}
+
+inline service::Result<service::ClassPtr> FindClass(std::string_view name) {
+    if (service::ClassPtr found = Schema().Class(std::string(name))) return found;
     return service::Status(WBEM_E_INVALID_CLASS, "there is no class " + std::string(name));
 }
 
 inline service::ClassPtr ClassNamed(std::string_view name) {
-    service::Result<service::ClassPtr> found = FindClass(name);
+    const service::Result<service::ClassPtr> found = FindClass(name);
     Expect(found.ok(), "the schema has the class", name);
     return *found;
 }

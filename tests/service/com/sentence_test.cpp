@@ -130,10 +130,11 @@ TEST_F(SentenceTest, OfRequestsAndPaths) {
         {WBEM_E_CLASS_HAS_CHILDREN, [&] { return DeleteClass(L"Shape"); }, {"Shape", "Circle", "by force"}},
         {WBEM_E_ACCESS_DENIED,
          [&] {
+             ServicesPointer refused;
              CComPtr<IWbemLocator> locator;
              locator.CoCreateInstance(CLSID_WbemLocator);
              return locator->ConnectServer(CComBSTR(L"root\\Test"), CComBSTR(L"nobody"), CComBSTR(L"secret"),
-                                           nullptr, 0, nullptr, nullptr, &services);
+                                           nullptr, 0, nullptr, nullptr, &refused);
          },
          {"nobody"}},
     });

@@ -36,10 +36,8 @@ class MemoryTarget : public MofTarget {
     }
 
     Result<ClassPtr> FindClass(std::string_view name) override {
-        const auto& classes = namespaces[current_].classes;
-        const auto found = classes.find(Fold(name));
-        if (found == classes.end()) return Status(WBEM_E_NOT_FOUND, "there is no such class");
-        return found->second;
+        if (ClassPtr found = namespaces[current_].Class(name)) return found;
+        return Status(WBEM_E_NOT_FOUND, "there is no such class");
     }
 
     Status PutClass(ClassDeclaration declaration, const MofUpdate& update) override {
@@ -94,23 +92,25 @@ class MemoryTarget : public MofTarget {
         return {WBEM_E_NOT_FOUND, "there is no such instance"};
     }
 
+    struct Space {
+        ClassPtr Class(std::string_view name) const {
+            const auto found = classes.find(Fold(name));
+            return found == classes.end() ? nullptr : found->second;
+        }
+
+        std::map<std::string, QualifierDeclaration> qualifiers;
+        std::map<std::string, ClassPtr> classes;
+        std::map<std::string, Instance> instances;  // by their relative paths
+    };
+
     // Both look into root\test, the namespace that Import begins in.
-    ClassPtr Class(const std::string& name) const {
-        const auto& classes = namespaces.at("root\\test").classes;
-        const auto found = classes.find(Fold(name));
-        return found == classes.end() ? nullptr : found->second;
-    }
+    ClassPtr Class(const std::string& name) const { return namespaces.at("root\\test").Class(name); }
     const Instance* FindInstance(const std::string& path) const {
         const auto& instances = namespaces.at("root\\test").instances;
         const auto found = instances.find(path);
         return found == instances.end() ? nullptr : &found->second;
     }
 
-    struct Space {
-        std::map<std::string, QualifierDeclaration> qualifiers;
-        std::map<std::string, ClassPtr> classes;
-        std::map<std::string, Instance> instances;  // by their relative paths
-    };
     std::map<std::string, Space> namespaces;
     std::vector<std::string> calls;
     std::string refused;  // a class that cannot be put, nor instances of it
@@ -125,9 +125,14 @@ class MemoryTarget : public MofTarget {
     uint32_t class_id_ = 0;
 };
 
-inline MofImport Import(MemoryTarget& target, std::string_view text) {
-    const MofSource source{"test.mof", text};
-    return CompileMof({&source, 1}, "root\\test", target);
+inline MofImport Import(MemoryTarget& target, std::string_view text, const MofOptions& options = {}) {
+    const MofSource source{"a.mof", text};
+    return CompileMof({&source, 1}, "root\\test", target, options);
+}
+
+// Its place and its message; empty when there was none.
+inline std::string FaultIn(const MofImport& import) {
+    return import.fault ? Describe(*import.fault) : "";
 }
 
 // The property's value as it reads, default included.

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
-#include <variant>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -15,51 +15,34 @@ namespace {
 
 using namespace std::string_literals;
 
-// The value that `literal` gives a property of `type`; on a fault its message in `fault`.
-Value Convert(const std::string& type, const std::string& literal, std::string* fault = nullptr) {
+// The value that `literal` gives a property of `type`, or the message of the fault.
+Value Convert(const std::string& type, const std::string& literal) {
     MemoryTarget target;
-    const std::string text =
-        "class C { [key] uint32 K; " + type + " P" + "; };\ninstance of C { K = 1;\nP = " + literal + "; };";
-    const MofImport import = Import(target, text);
-    if (import.fault) {
-        if (!fault) ADD_FAILURE() << type << " = " << literal << ": " << Describe(*import.fault);
-        if (fault) *fault = import.fault->message;
-        return std::string("no value");
-    }
-    if (fault) fault->clear();
+    const MofImport import = Import(target, "class C { [key] uint32 K; " + type +
+                                                " P; };\ninstance of C { K = 1;\nP = " + literal + "; };");
+    if (import.fault) return import.fault->message;
     return ValueOf(*target.FindInstance("C.K=1"), "P");
 }
 
-struct Case {
-    std::string type;
-    std::string literal;
-    Value value;
-};
-
 TEST(MofLiteral, EveryFormOfEveryType) {
-    const std::vector<Case> cases{
+    const std::vector<std::tuple<std::string, std::string, Value>> cases{
         {"sint8", "-128", int64_t{-128}},
-        {"uint8", "255", uint64_t{255}},
-        {"sint16", "-32768", int64_t{-32768}},
-        {"uint16", "+65535", uint64_t{65535}},
         {"sint32", "-0x80000000", int64_t{-2147483648}},
         {"uint32", "0XffffFFFF", uint64_t{4294967295}},
         {"uint32", "017", uint64_t{15}},
         {"uint32", "-0", uint64_t{0}},
-        {"uint32", "00", uint64_t{0}},
         {"uint8", "10000001b", uint64_t{129}},
         {"uint8", "0101B", uint64_t{5}},
         {"sint64", "-9223372036854775808", std::numeric_limits<int64_t>::min()},
         {"sint64", "0x7FFFFFFFFFFFFFFF", std::numeric_limits<int64_t>::max()},
         {"uint64", "18446744073709551615", std::numeric_limits<uint64_t>::max()},
-        {"uint64", "1111111111111111111111111111111111111111111111111111111111111111b",
-         std::numeric_limits<uint64_t>::max()},
+        {"uint64", std::string(64, '1') + "b", std::numeric_limits<uint64_t>::max()},
         {"real64", "-1.5e-3", -0.0015},
         {"real64", "+2.5E+2", 250.0},
         {"real64", ".5", 0.5},
-        {"real64", "3", 3.0},
+        {"real64", "0.1", 0.1},
         {"real64", "-7", -7.0},
-        {"real64", "1e3", 1000.0},
+        {"real64", "-0.0", -0.0},
         {"real64", "1.7976931348623157e308", std::numeric_limits<double>::max()},
         {"real32", "0.1", double{0.1F}},
         {"real32", "3.40282347e+38", double{std::numeric_limits<float>::max()}},
@@ -67,55 +50,32 @@ TEST(MofLiteral, EveryFormOfEveryType) {
         {"real32", "-inf", -std::numeric_limits<double>::infinity()},
         {"real64", "NaN", std::numeric_limits<double>::quiet_NaN()},
         {"real64", "NaN(0xFFF8000000000001)", std::bit_cast<double>(uint64_t{0xFFF8000000000001})},
-        {"boolean", "true", true},
         {"boolean", "FALSE", false},
-        {"char16", "'x'", uint64_t{'x'}},
         {"char16", R"('\'')", uint64_t{'\''}},
         {"char16", R"('\x20ac')", uint64_t{0x20AC}},
         {"char16", "'\u20ac'", uint64_t{0x20AC}},
         {"char16", "65535", uint64_t{65535}},
         {"string", R"("")", ""s},
-        {"string", R"("a" /* and */ "b" // and
-            "c")",
-         "abc"s},
+        {"string", "\"a\" /* and */ \"b\" // and\n\"c\"", "abc"s},
         {"string", R"("\b\t\n\f\r\"\'\\")", "\b\t\n\f\r\"'\\"s},
         {"string", R"("\x41\X62 \x20AC1")", "Ab \u20ac1"s},
         {"string", R"("\xD83D\xde00")", "\U0001F600"s},
         {"string", R"("a\x0z")", "a\0z"s},
         {"string", "\"no // comment /* here\"", "no // comment /* here"s},
-        {"string", R"("\\\\.\\root\\A")", R"(\\.\root\A)"s},
-        {"datetime", R"("20240229235959.999999+060")", "20240229235959.999999+060"s},
         {"datetime", R"("00000011123456.000000:000")", "00000011123456.000000:000"s},
         {"C ref", R"("C.K=7")", "C.K=7"s},
     };
-    for (const Case& each : cases) {
-        EXPECT_TRUE(SameValue(Convert(each.type, each.literal), each.value))
-            << each.type << " = " << each.literal;
-    }
-    for (const char* type :
-         {"uint8", "real32", "boolean", "char16", "string", "datetime", "C ref", "C", "object"}) {
+    for (const auto& [type, literal, value] : cases)
+        EXPECT_TRUE(SameValue(Convert(type, literal), value)) << type << " = " << literal;
+    for (const char* type : {"uint8", "real32", "boolean", "char16", "datetime", "C ref", "C", "object"})
         EXPECT_TRUE(IsNull(Convert(type, "Null"))) << type;
-    }
 }
-
-TEST(MofLiteral, NegativeZeroAndRoundingOfReals) {
-    const Value zero = Convert("real64", "-0.0");
-    EXPECT_TRUE(std::signbit(std::get<double>(zero)));
-    EXPECT_EQ(std::get<double>(Convert("real64", "0.1")), 0.1);
-}
-
-struct Refusal {
-    std::string type;
-    std::string literal;
-    std::string fragment;
-};
 
 TEST(MofLiteral, RefusedValuesSayWhatIsAllowed) {
-    const std::vector<Refusal> cases{
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases{
         {"uint8", "256", "property C.P: the number 256 was found, uint8 takes whole numbers from 0 to 255"},
         {"uint8", "-1", "the number -1 was found"},
         {"sint8", "128", "from -128 to 127"},
-        {"sint8", "-129", "from -128 to 127"},
         {"sint64", "9223372036854775808", "the number 9223372036854775808"},
         {"sint64", "-9223372036854775809", "the number -9223372036854775809"},
         {"uint64", "18446744073709551616", "more than 64 bits"},
@@ -129,13 +89,11 @@ TEST(MofLiteral, RefusedValuesSayWhatIsAllowed) {
         {"char16", "'ab'", "one character in single quotes"},
         {"char16", "''", "one character in single quotes"},
         {"boolean", "1", "a boolean takes TRUE and FALSE"},
-        {"boolean", "\"TRUE\"", "a boolean takes TRUE and FALSE"},
         {"string", "5", "a string takes a text"},
         {"real32", "3.5e38", "real32 takes numbers of at most"},
         {"real64", "1e309", "beyond what a real64 can hold"},
         {"real64", "\"1\"", "real64 takes numbers"},
         {"datetime", "\"2024\"", "the text \"2024\" was found, a datetime takes a text of 25 characters"},
-        {"datetime", "\"20241301000000.000000+000\"", "a datetime takes"},
         {"C ref", "5", "a reference takes an object path"},
         {"C", "\"text\"", "instance of Class { ... }"},
         {"C", "$A", "the alias $A was found"},
@@ -150,55 +108,39 @@ TEST(MofLiteral, RefusedValuesSayWhatIsAllowed) {
         {"uint32", "0x", "\"0x\" is no number"},
         {"uint32", "08", "\"08\" is no number"},
         {"uint32", "12b", "\"12b\" is no number"},
-        {"uint32", "b", "a value was expected, \"b\" was found"},
-        {"uint32", "5x", "\"5x\" is no number"},
         {"uint32", "0x1.5", "is no number"},
         {"uint32", "- 5", "\"-\" is no number"},
-        {"real64", "1.2.3", "\"1.2.3\" is no number"},
         {"real64", "1e", "\"1e\" is no number"},
         {"real64", ".", "\".\" is no number"},
     };
-    for (const Refusal& each : cases) {
-        std::string fault;
-        Convert(each.type, each.literal, &fault);
-        EXPECT_THAT(fault, testing::HasSubstr(each.fragment)) << each.type << " = " << each.literal;
+    for (const auto& [type, literal, fragment] : cases) {
+        EXPECT_THAT(std::get<std::string>(Convert(type, literal)), testing::HasSubstr(fragment))
+            << type << " = " << literal;
     }
 }
 
 TEST(MofLiteral, ArraysKeepTheirOrderNullsAndBounds) {
     MemoryTarget target;
-    const MofImport import = Import(target, R"(
-        class C {
-            [key] uint32 K;
-            string Tags[] = {"a", "b"};
-            uint8 Bytes[4];
-            real32 Empty[];
-            datetime When[];
-            string Names[];
-        };
-        instance of C { K = 1; Bytes = {1, 0x02, 11b}; Empty = {}; When = NULL; Names = {NULL, ""}; };
-    )");
-    ASSERT_FALSE(import.fault) << Describe(*import.fault);
+    ASSERT_EQ(FaultIn(Import(target, R"(
+        class C { [key] uint32 K; uint8 Bytes[4]; real32 Empty[]; string Names[]; };
+        instance of C { K = 1; Bytes = {1, 0x02, 11b}; Empty = {}; Names = {NULL, ""}; };)")),
+              "");
     const Instance& c = *target.FindInstance("C.K=1");
-    EXPECT_TRUE(SameValue(ValueOf(c, "Tags"), Array{"a"s, "b"s}));
     EXPECT_TRUE(SameValue(ValueOf(c, "Bytes"), Array{uint64_t{1}, uint64_t{2}, uint64_t{3}}));
     EXPECT_TRUE(SameValue(ValueOf(c, "Empty"), Array{}));
-    EXPECT_TRUE(IsNull(ValueOf(c, "When")));
     EXPECT_TRUE(SameValue(ValueOf(c, "Names"), Array{std::monostate(), ""s}));
-    EXPECT_EQ(c.Class()->Properties()[2].type.max_elements, 4U);
 
-    const std::vector<std::pair<std::string, std::string>> refused{
-        {"Bytes = {1,2,3,4,5}", "the array has 5 elements, 4 are allowed"},
-        {"Bytes = {1,300}", "the number 300 was found"},
-        {"Bytes = 1", "property C.Bytes: the number 1 was found, uint8[4] takes an array"},
-        {"Bytes = {{1}}", "an array cannot be an element of an array"},
-        {"Bytes = {1,}", "a value was expected"},
-        {"Bytes = {1 2}", "\",\" or \"}\" was expected"},
+    const std::vector<std::tuple<std::string, std::string>> refused{
+        {"{1,2,3,4,5}", "the array has 5 elements, 4 are allowed"},
+        {"{1,300}", "the number 300 was found"},
+        {"1", "property C.Bytes: the number 1 was found, uint8[4] takes an array"},
+        {"{{1}}", "an array cannot be an element of an array"},
+        {"{1,}", "a value was expected"},
+        {"{1 2}", "\",\" or \"}\" was expected"},
     };
-    for (const auto& [assignment, fragment] : refused) {
-        MofImport failed = Import(target, "instance of C { K = 2; " + assignment + "; };");
-        ASSERT_TRUE(failed.fault) << assignment;
-        EXPECT_THAT(failed.fault->message, testing::HasSubstr(fragment)) << assignment;
+    for (const auto& [array, fragment] : refused) {
+        EXPECT_THAT(FaultIn(Import(target, "instance of C { K = 2; Bytes = " + array + "; };")),
+                    testing::HasSubstr(fragment));
     }
 }
 

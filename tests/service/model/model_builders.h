@@ -43,14 +43,7 @@ inline Value ReadValueOf(const Instance& instance, std::string_view name) {
     Value storage;
     ValueView view;
     EXPECT_OK(instance.Read(*index, storage, view));
-    if (const auto* text = std::get_if<std::string_view>(&view)) return std::string(*text);
-    if (const auto* object = std::get_if<const ObjectPtr*>(&view)) return **object;
-    if (const auto* array = std::get_if<const Array*>(&view)) return **array;
-    if (const auto* flag = std::get_if<bool>(&view)) return *flag;
-    if (const auto* number = std::get_if<int64_t>(&view)) return *number;
-    if (const auto* natural = std::get_if<uint64_t>(&view)) return *natural;
-    if (const auto* real = std::get_if<double>(&view)) return *real;
-    return {};
+    return OwnedCopy(view);
 }
 
 inline std::string TextOf(const Instance& instance, std::string_view name) {
@@ -71,6 +64,14 @@ inline Qualifier Flag(std::string name) {
     return qualifier;
 }
 
+inline PropertyType One(CimType type, std::string class_name = {}) {
+    return {type, false, 0, std::move(class_name)};
+}
+
+inline PropertyType Many(CimType type, uint32_t max_elements = 0, std::string class_name = {}) {
+    return {type, true, max_elements, std::move(class_name)};
+}
+
 inline PropertyDeclaration Property(std::string name, PropertyType type, Value default_value = {}) {
     PropertyDeclaration property;
     property.name = std::move(name);
@@ -80,11 +81,11 @@ inline PropertyDeclaration Property(std::string name, PropertyType type, Value d
 }
 
 inline PropertyDeclaration Property(std::string name, CimType type, Value default_value = {}) {
-    return Property(std::move(name), PropertyType{type, false, 0, {}}, std::move(default_value));
+    return Property(std::move(name), One(type), std::move(default_value));
 }
 
 inline PropertyDeclaration ArrayProperty(std::string name, CimType type) {
-    return Property(std::move(name), PropertyType{type, true, 0, {}});
+    return Property(std::move(name), Many(type));
 }
 
 inline PropertyDeclaration Key(std::string name, CimType type = CimType::kString) {
