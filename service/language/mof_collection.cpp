@@ -16,6 +16,20 @@ std::string ClassKey(size_t space, std::string_view class_name) {
     return std::to_string(space) + ':' + Fold(class_name);
 }
 
+// Whether the text says which namespace it belongs to before anything in it depends on that.
+bool NamesItsNamespace(const MofFile& file) {
+    for (const MofDeclaration& declaration : file.declarations) {
+        if (std::holds_alternative<MofUpdateFlags>(declaration)) continue;
+        return std::holds_alternative<MofNamespace>(declaration);
+    }
+    return false;
+}
+
+// A type's name as that of a class: properties of that class could not be told from those of the type.
+bool IsTypeName(std::string_view name) {
+    return IntrinsicMofType(name) || EqualFolded(name, "void") || EqualFolded(name, "ref");
+}
+
 }  // namespace
 
 std::string MofCollection::PlaceOf(const MofUnit& unit, size_t offset) {
@@ -26,10 +40,16 @@ std::string MofCollection::PlaceOf(const MofUnit& unit, size_t offset) {
 MofCollection::Fault MofCollection::Read(std::span<const MofSource> sources, size_t space) {
     for (const MofSource& source : sources) {
         State state{space, {}, {}};
-        if (!source.file.empty() && compiled_.contains({source.file, space})) continue;
+        if (!source.file.empty() && FindCompiled(source.file, space)) continue;
         if (Fault fault = ReadSource(source, aliases_.emplace_back(), state)) return fault;
     }
     return SplitDeletions();
+}
+
+const MofCollection::Compiled* MofCollection::FindCompiled(const std::string& file, size_t space) const {
+    auto known = compiled_.find({file, std::nullopt});
+    if (known == compiled_.end()) known = compiled_.find({file, space});
+    return known == compiled_.end() ? nullptr : &known->second;
 }
 
 MofCollection::Fault MofCollection::ReadSource(const MofSource& source, MofAliases& aliases, State& state) {
@@ -46,7 +66,7 @@ MofCollection::Fault MofCollection::ReadSource(const MofSource& source, MofAlias
 
 MofCollection::Fault MofCollection::ReadText(std::string name, std::string bytes, std::string file,
                                              MofAliases& aliases, State& state) {
-    const size_t space = state.space;
+    std::optional<size_t> space = state.space;
     MofUnit& unit = units_.emplace_back(scope_, aliases);
     open_.push_back({name, file});
     if (Fault fault = ParseMof(std::move(name), std::move(bytes), unit.file)) return fault;
@@ -54,6 +74,7 @@ MofCollection::Fault MofCollection::ReadText(std::string name, std::string bytes
         scope_.warnings().Warn(unit.file, notice.offset, notice.message, notice.message);
     if (Fault fault = Collect(unit, file, state)) return fault;
     open_.pop_back();
+    if (NamesItsNamespace(unit.file)) space.reset();
     if (!file.empty()) compiled_[{std::move(file), space}] = {&aliases, state.space};
     return {};
 }
@@ -95,9 +116,9 @@ MofCollection::Fault MofCollection::Include(MofUnit& unit, const std::string& in
     if (!found.ok()) return unit.CheckFault(offset, found.code(), found.status().reason());
     const auto is_open = [&](const Open& open) { return open.file == found->file; };
     if (std::any_of(open_.begin(), open_.end(), is_open)) return CircleFault(unit, include, *found);
-    if (const auto known = compiled_.find({found->file, state.space}); known != compiled_.end()) {
-        unit.aliases.Include(*known->second.aliases);
-        state.space = known->second.end_space;
+    if (const Compiled* known = FindCompiled(found->file, state.space)) {
+        unit.aliases.Include(*known->aliases);
+        state.space = known->end_space;
         return {};
     }
     if (open_.size() > kMaxIncludeDepth) {
@@ -139,6 +160,11 @@ void MofCollection::NoteUse(const MofUnit& unit, size_t offset, size_t space) {
 
 MofCollection::Fault MofCollection::CollectClass(MofUnit& unit, MofClass& declared, const State& state) {
     NoteUse(unit, declared.name.offset, state.space);
+    if (IsTypeName(declared.name.text)) {
+        return unit.CheckFault(
+            declared.name.offset, WBEM_E_INVALID_OBJECT,
+            Quote(declared.name.text) + " cannot name a class, it names a type: give the class another name");
+    }
     if (const auto earlier = scope_.Declare(state.space, declared.name.text, classes_.size())) {
         const auto& first = classes_[*earlier];
         return unit.CheckFault(declared.name.offset, WBEM_E_ALREADY_EXISTS,

@@ -113,6 +113,7 @@ class MofCollection {
         size_t end_space = 0;
     };
 
+    const Compiled* FindCompiled(const std::string& file, size_t space) const;
     Fault ReadSource(const MofSource& source, MofAliases& aliases, State& state);
     Fault ReadText(std::string name, std::string bytes, std::string file, MofAliases& aliases, State& state);
     Fault Collect(MofUnit& unit, const std::string& file, State& state);
@@ -135,7 +136,8 @@ class MofCollection {
     MofFiles* files_;
     std::deque<MofAliases> aliases_;  // by source
     std::deque<MofUnit> units_;
-    std::map<std::pair<std::string, size_t>, Compiled> compiled_;  // by file and first namespace
+    // By file and the namespace it begins in; none for one that names it itself before all else.
+    std::map<std::pair<std::string, std::optional<size_t>>, Compiled> compiled_;
     std::vector<Open> open_;         // the source that is read and the files it was included through
     std::vector<Place> first_uses_;  // by namespace
     std::vector<Placed<const MofValue>> children_;

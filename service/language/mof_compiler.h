@@ -8,7 +8,7 @@
 // qualifiers; the classes, each behind its superclass; the instances in the order in which they stand. Every
 // source begins in the default namespace; what it includes stands in it as if it were part of it, with its
 // aliases, which hold within the source. A file that is included again, or named as a source besides, is
-// compiled once for each namespace that it begins in.
+// compiled once for each namespace that it begins in; one that names its namespace before all else, once.
 //
 // `#pragma deleteclass` and `#pragma deleteinstance` come out as if everything were done in the order in
 // which it stands: they come before what is declared, and instances are deleted among instances. Where that

@@ -1,5 +1,6 @@
 #include "service/language/mof_lexer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <limits>
@@ -64,6 +65,20 @@ void AppendCodePoint(char32_t code_point, std::string& text) {
         }
     }
     static_cast<void>(AppendUtf8({wide, units}, text));
+}
+
+// Of digits that no real64 holds, whether they are too near to 0; the others are too far from it.
+bool IsTooSmall(std::string_view digits) {
+    const size_t mantissa_end = std::min(digits.find_first_of("eE"), digits.size());
+    const std::string_view mantissa = digits.substr(0, mantissa_end);
+    std::string_view exponent = digits.substr(std::min(mantissa_end + 1, digits.size()));
+    if (exponent.starts_with('+')) exponent.remove_prefix(1);
+    int64_t power = 0;
+    const auto parsed = std::from_chars(exponent.data(), exponent.data() + exponent.size(), power);
+    if (parsed.ec == std::errc::result_out_of_range) return exponent.starts_with('-');
+    const auto point = static_cast<int64_t>(std::min(mantissa.find('.'), mantissa.size()));
+    const auto first = static_cast<int64_t>(mantissa.find_first_of("123456789"));
+    return power < first - point;
 }
 
 // A character for a message; one that does not show, by its number.
@@ -294,14 +309,11 @@ bool MofLexer::ReadInteger(MofToken& token, std::string_view digits, int base) {
     const char* end = digits.data() + digits.size();
     const auto parsed = std::from_chars(digits.data(), end, token.integer.magnitude, base);
     if (parsed.ec == std::errc::result_out_of_range) {
+        if (base == 10) return TakeReal(token, digits, MofTokenKind::kGreatInteger);
         return Fail(token.offset, "the number has more than 64 bits");
     }
-    if (parsed.ec != std::errc() || parsed.ptr != end || IsNamePart(Peek()) || Peek() == '.') {
-        while (IsNamePart(Peek()) || Peek() == '.')
-            ++position_;
-        return Fail(token.offset,
-                    Quote(text_.substr(token.offset, position_ - token.offset)) + " is no number");
-    }
+    if (parsed.ec != std::errc() || parsed.ptr != end || IsNamePart(Peek()) || Peek() == '.')
+        return FailAtNumber(token.offset);
     Finish(token, MofTokenKind::kInteger);
     return true;
 }
@@ -316,21 +328,28 @@ bool MofLexer::ReadReal(MofToken& token, size_t start) {
         while (IsDigit(Peek()))
             ++position_;
     }
-    const std::string_view digits = text_.substr(start, position_ - start);
+    return TakeReal(token, text_.substr(start, position_ - start), MofTokenKind::kReal);
+}
+
+bool MofLexer::TakeReal(MofToken& token, std::string_view digits, MofTokenKind kind) {
     const char* end = digits.data() + digits.size();
     const auto parsed = std::from_chars(digits.data(), end, token.real);
     if (parsed.ec == std::errc::result_out_of_range) {
-        return Fail(token.offset, "the number is beyond what a real64 can hold");
+        return Fail(token.offset, IsTooSmall(digits)
+                                      ? "the number is nearer to 0 than any that a real64 can hold"
+                                      : "the number is beyond what a real64 can hold");
     }
-    if (parsed.ec != std::errc() || parsed.ptr != end || IsNamePart(Peek()) || Peek() == '.') {
-        while (IsNamePart(Peek()) || Peek() == '.')
-            ++position_;
-        return Fail(token.offset,
-                    Quote(text_.substr(token.offset, position_ - token.offset)) + " is no number");
-    }
+    if (parsed.ec != std::errc() || parsed.ptr != end || IsNamePart(Peek()) || Peek() == '.')
+        return FailAtNumber(token.offset);
     if (token.integer.is_negative) token.real = -token.real;
-    Finish(token, MofTokenKind::kReal);
+    Finish(token, kind);
     return true;
+}
+
+bool MofLexer::FailAtNumber(size_t offset) {
+    while (IsNamePart(Peek()) || Peek() == '.')
+        ++position_;
+    return Fail(offset, Quote(text_.substr(offset, position_ - offset)) + " is no number");
 }
 
 }  // namespace service

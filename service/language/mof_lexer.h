@@ -25,6 +25,7 @@ enum class MofTokenKind : uint8_t {
     kText,   // one quoted piece of a string
     kChar,   // 'x'
     kInteger,
+    kGreatInteger,  // a decimal one of more than 64 bits
     kReal,
     kSymbol,  // one of # { } [ ] ( ) ; : , =
 };
@@ -35,7 +36,7 @@ struct MofToken {
     std::string_view spelling;  // as it stands in the file
     std::string_view text;      // kText: what it says; kAlias: the name behind the $; kName: the name
     MofInteger integer;         // kInteger
-    double real = 0;            // kReal
+    double real = 0;            // kReal; kGreatInteger: the nearest one
     char16_t unit = 0;          // kChar
 
     bool IsSymbol(char symbol) const noexcept {
@@ -80,6 +81,8 @@ class MofLexer {
     bool ReadNumber(MofToken& token);
     bool ReadInteger(MofToken& token, std::string_view digits, int base);
     bool ReadReal(MofToken& token, size_t start);
+    bool TakeReal(MofToken& token, std::string_view digits, MofTokenKind kind);
+    bool FailAtNumber(size_t offset);
     void Finish(MofToken& token, MofTokenKind kind) const noexcept;
 
     std::string_view text_;

@@ -32,7 +32,9 @@ std::string DescribeAllowed(CimType type) {
             return type == CimType::kChar16 ? numbers + " and a character in single quotes" : numbers;
         }
         case Representation::kReal:
-            return name + " takes numbers" + (type == CimType::kReal32 ? " of at most 3.4028235e+38" : "");
+            return name + " takes numbers" +
+                   (type == CimType::kReal32 ? " of at most 3.4028235e+38 and, but for 0, of at least 1.4e-45"
+                                             : "");
         case Representation::kBoolean:
             return "a boolean takes TRUE and FALSE";
         case Representation::kText:
@@ -71,6 +73,8 @@ bool ConvertReal(CimType type, const MofValue& literal, Scalar& scalar) {
     double number = 0;
     if (const auto* real = std::get_if<double>(&literal.content)) {
         number = *real;
+    } else if (const auto* great = std::get_if<MofGreatInteger>(&literal.content)) {
+        number = great->nearest;
     } else if (const auto* integer = std::get_if<MofInteger>(&literal.content)) {
         number = static_cast<double>(integer->magnitude);
         if (integer->is_negative) number = -number;
@@ -80,6 +84,7 @@ bool ConvertReal(CimType type, const MofValue& literal, Scalar& scalar) {
     if (type == CimType::kReal32) {
         const auto rounded = static_cast<float>(number);
         if (std::isinf(rounded) && !std::isinf(number)) return false;
+        if (rounded == 0 && number != 0) return false;
         number = double{rounded};
     }
     scalar = number;
@@ -106,6 +111,7 @@ CimType Widened(CimType type, const MofInteger& number) {
 CimType TypeOfLiteral(const MofValue& literal) {
     if (std::holds_alternative<bool>(literal.content)) return CimType::kBoolean;
     if (std::holds_alternative<MofInteger>(literal.content)) return CimType::kSint32;
+    if (std::holds_alternative<MofGreatInteger>(literal.content)) return CimType::kUint64;
     if (std::holds_alternative<double>(literal.content)) return CimType::kReal64;
     if (std::holds_alternative<char16_t>(literal.content)) return CimType::kChar16;
     return CimType::kString;
@@ -118,10 +124,12 @@ CimType TypeOfLiterals(const MofValue* literals, size_t count) {
     for (const MofValue* literal = literals; literal != literals + count; ++literal) {
         if (std::holds_alternative<std::monostate>(literal->content)) continue;
         if (!std::exchange(is_known, true)) type = TypeOfLiteral(*literal);
-        const auto* number = std::get_if<MofInteger>(&literal->content);
         const bool is_whole =
             type == CimType::kSint32 || type == CimType::kSint64 || type == CimType::kUint64;
-        if (number && is_whole) type = Widened(type, *number);
+        if (!is_whole) continue;
+        if (const auto* number = std::get_if<MofInteger>(&literal->content)) type = Widened(type, *number);
+        if (std::holds_alternative<MofGreatInteger>(literal->content)) type = CimType::kUint64;
+        if (std::holds_alternative<double>(literal->content)) type = CimType::kReal64;
     }
     return type;
 }
@@ -138,6 +146,8 @@ std::string DescribeLiteral(const MofValue& literal) {
                 return held ? "TRUE" : "FALSE";
             } else if constexpr (std::is_same_v<Held, MofInteger>) {
                 return "the number " + DescribeInteger(held);
+            } else if constexpr (std::is_same_v<Held, MofGreatInteger>) {
+                return "a number of more than 64 bits";
             } else if constexpr (std::is_same_v<Held, double>) {
                 return "the number " + DescribeReal(held);
             } else if constexpr (std::is_same_v<Held, char16_t>) {

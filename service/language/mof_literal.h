@@ -26,8 +26,8 @@ Status ConvertLiteral(const PropertyType& type, const MofValue& literal, Scalar&
 Status ConvertConstant(const PropertyType& type, const MofValue& literal, Value& value);
 
 // The value of a qualifier that is not declared: its type is taken from the literal. None is a boolean; a
-// whole number the first of sint32, sint64 and uint64 that holds it, and all elements of an array; an empty
-// array and NULL are strings.
+// whole number the first of sint32, sint64 and uint64 that holds it, and all elements of an array; among
+// reals it is a real64; an empty array and NULL are strings.
 Status ConvertQualifierValue(const MofQualifier& qualifier, PropertyType& type, Value& value);
 
 // The flavors that the qualifier has: those of its name, changed by those it is given. Qualifiers travel to

@@ -1,8 +1,8 @@
 #include "service/language/mof_parser.h"
 
-#include <array>
 #include <utility>
 
+#include "service/language/mof_scope_words.h"
 #include "service/language/mof_text.h"
 #include "service/language/mof_value_parser.h"
 #include "service/model/class_definition.h"
@@ -12,26 +12,6 @@
 
 namespace service {
 namespace {
-
-struct ScopeName {
-    std::string_view name;
-    uint32_t scope;
-};
-
-constexpr std::array kScopes{
-    ScopeName{"any", kScopeAny},
-    ScopeName{"association", kScopeAssociation},
-    ScopeName{"class", kScopeClass},
-    ScopeName{"indication", kScopeIndication},
-    ScopeName{"instance", 0},
-    ScopeName{"method", kScopeMethod},
-    ScopeName{"namespace", 0},
-    ScopeName{"parameter", kScopeParameter},
-    ScopeName{"property", kScopeProperty},
-    ScopeName{"qualifier", kScopeQualifier},
-    ScopeName{"reference", kScopeReference},
-    ScopeName{"schema", kScopeSchema},
-};
 
 class Parser : public MofValueParser {
  public:
@@ -169,9 +149,9 @@ class Parser : public MofValueParser {
     }
 
     bool ParseScope(uint32_t& scopes) {
-        for (const auto& [name, scope] : kScopes) {
-            if (!token().IsKeyword(name)) continue;
-            scopes |= scope;
+        for (const MofScopeWord& word : kMofScopeWords) {
+            if (!token().IsKeyword(word.name)) continue;
+            scopes |= word.bits;
             return Advance();
         }
         return Expected("what the qualifier may stand at, \"class\", \"property\" or another,");

@@ -5,35 +5,10 @@
 #include <utility>
 
 #include "service/language/mof_literal.h"
+#include "service/language/mof_scope_words.h"
 #include "service/model/text.h"
 
 namespace service {
-namespace {
-
-struct ScopeName {
-    uint32_t scope;
-    std::string_view name;
-};
-
-constexpr std::array kScopeNames{
-    ScopeName{kScopeClass, "classes"},          ScopeName{kScopeAssociation, "associations"},
-    ScopeName{kScopeIndication, "indications"}, ScopeName{kScopeProperty, "properties"},
-    ScopeName{kScopeReference, "references"},   ScopeName{kScopeMethod, "methods"},
-    ScopeName{kScopeParameter, "parameters"},   ScopeName{kScopeQualifier, "qualifiers"},
-    ScopeName{kScopeSchema, "schemas"},
-};
-
-std::string DescribeScope(uint32_t scope) {
-    std::string text;
-    for (const auto& [bit, name] : kScopeNames) {
-        if (!(scope & bit)) continue;
-        if (!text.empty()) text += ", ";
-        text += name;
-    }
-    return text.empty() ? "nothing" : text;
-}
-
-}  // namespace
 
 std::optional<CimType> IntrinsicMofType(std::string_view name) {
     constexpr std::array kTypes{CimType::kSint8,  CimType::kUint8,  CimType::kSint16,  CimType::kUint16,
@@ -112,10 +87,11 @@ MofQualifiers::Fault MofQualifiers::ConvertOne(const MofQualifier& given, const 
 
 void MofQualifiers::WarnOfScope(const MofQualifier& given, const std::string& owner, uint32_t place,
                                 const QualifierDeclaration& declaration) {
+    const std::string scopes = MofScopeText(declaration.scope, &MofScopeWord::plural);
     const std::string kind = "scope " + std::to_string(place) + ' ' + Fold(declaration.name);
     scope_.warnings().Warn(file_, given.name.offset, kind,
                            "qualifier " + Clip(given.name.text) + " stands at " + owner +
-                               ", it is declared for " + DescribeScope(declaration.scope));
+                               ", it is declared for " + (scopes.empty() ? "nothing" : scopes));
 }
 
 }  // namespace service

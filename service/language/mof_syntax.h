@@ -32,6 +32,11 @@ struct MofInteger {
     bool is_negative = false;
 };
 
+// A whole number of more than 64 bits: only a real takes it.
+struct MofGreatInteger {
+    double nearest = 0;
+};
+
 struct MofAlias {
     std::string_view name;  // without the $
 };
@@ -49,8 +54,8 @@ using MofArray = std::vector<MofValue>;
 
 // std::monostate is NULL, char16_t a character in single quotes. The elements of an array are no arrays.
 struct MofValue {
-    std::variant<std::monostate, bool, MofInteger, double, char16_t, std::string_view, MofAlias,
-                 std::unique_ptr<MofObject>, MofArray>
+    std::variant<std::monostate, bool, MofInteger, MofGreatInteger, double, char16_t, std::string_view,
+                 MofAlias, std::unique_ptr<MofObject>, MofArray>
         content;
     size_t offset = 0;
 };

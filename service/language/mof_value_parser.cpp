@@ -121,6 +121,9 @@ bool MofValueParser::ParseConstant(std::string_view what, MofValue& value) {
         case MofTokenKind::kInteger:
             value.content = token_.integer;
             return Advance();
+        case MofTokenKind::kGreatInteger:
+            value.content = MofGreatInteger{token_.real};
+            return Advance();
         case MofTokenKind::kReal:
             value.content = token_.real;
             return Advance();
@@ -200,15 +203,19 @@ bool MofValueParser::ParseValue(size_t depth, MofValue& value) {
     return ParseArray(value, [&](MofValue& element) { return ParseElement(depth, element); });
 }
 
+bool MofValueParser::ExpectedSize() {
+    return Expected("a size of 1 to " + std::to_string(kMaxArrayElements) + " elements");
+}
+
 bool MofValueParser::ParseArraySize(MofType& type) {
     type.is_array = token_.IsSymbol('[');
     if (!type.is_array) return true;
     if (!Advance()) return false;
+    if (token_.kind == MofTokenKind::kGreatInteger) return ExpectedSize();
     if (token_.kind == MofTokenKind::kInteger) {
         const MofInteger number = token_.integer;
-        if (number.is_negative || number.magnitude == 0 || number.magnitude > kMaxArrayElements) {
-            return Expected("a size of 1 to " + std::to_string(kMaxArrayElements) + " elements");
-        }
+        if (number.is_negative || number.magnitude == 0 || number.magnitude > kMaxArrayElements)
+            return ExpectedSize();
         type.max_elements = static_cast<uint32_t>(number.magnitude);
         if (!Advance()) return false;
     }

@@ -71,6 +71,7 @@ class MofValueParser {
     bool ParseNotANumber(MofValue& value);
     bool ParseArray(MofValue& value, FunctionRef<bool(MofValue& element)> parse_one);
     bool ParseQualifier(MofQualifier& qualifier);
+    bool ExpectedSize();
 
     MofFile& file_;
     MofLexer lexer_;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "service/model/real_text.h"
 #include "service/model/text.h"
 
 namespace service {
@@ -113,27 +114,13 @@ void AppendNumber(Number number, std::string& out) {
 }
 
 void AppendReal(CimType type, double real, std::string& out) {
-    if (std::isnan(real)) {
-        out += "NaN";
-        const auto bits = std::bit_cast<uint64_t>(real);
-        if (bits == std::bit_cast<uint64_t>(std::numeric_limits<double>::quiet_NaN())) return;
-        char text[32];
-        std::snprintf(text, sizeof text, "(0x%016llX)", static_cast<unsigned long long>(bits));
-        out += text;
+    out += PointedRealText(type, real);
+    const auto bits = std::bit_cast<uint64_t>(real);
+    if (!std::isnan(real) || bits == std::bit_cast<uint64_t>(std::numeric_limits<double>::quiet_NaN()))
         return;
-    }
-    if (std::isinf(real)) {
-        out += real < 0 ? "-INF" : "INF";
-        return;
-    }
-    const size_t start = out.size();
-    if (type == CimType::kReal32) {
-        AppendNumber(static_cast<float>(real), out);
-    } else {
-        AppendNumber(real, out);
-    }
-    if (out.find('.', start) == std::string::npos)
-        out.insert(std::min(out.find('e', start), out.size()), ".0");
+    char text[32];
+    std::snprintf(text, sizeof text, "(0x%016llX)", static_cast<unsigned long long>(bits));
+    out += text;
 }
 
 }  // namespace

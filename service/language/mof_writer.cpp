@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "service/language/mof_literal.h"
+#include "service/language/mof_scope_words.h"
 #include "service/language/mof_value_writer.h"
 #include "service/model/limits.h"
 #include "service/model/text.h"
@@ -111,29 +112,6 @@ std::string FlavorText(uint32_t flavor, uint32_t asked, std::string_view separat
         const std::string_view word = (flavor & words.bit) ? words.set : words.unset;
         if (!(asked & words.bit) || word.empty()) continue;
         if (!text.empty()) text += separator;
-        text += word;
-    }
-    return text;
-}
-
-struct ScopeWord {
-    uint32_t bit;
-    std::string_view word;
-};
-constexpr std::array kScopes{
-    ScopeWord{kScopeClass, "class"},           ScopeWord{kScopeAssociation, "association"},
-    ScopeWord{kScopeIndication, "indication"}, ScopeWord{kScopeProperty, "property"},
-    ScopeWord{kScopeReference, "reference"},   ScopeWord{kScopeMethod, "method"},
-    ScopeWord{kScopeParameter, "parameter"},   ScopeWord{kScopeQualifier, "qualifier"},
-    ScopeWord{kScopeSchema, "schema"},
-};
-
-std::string ScopeText(uint32_t scope) {
-    if ((scope & kScopeAny) == kScopeAny) return "any";
-    std::string text;
-    for (const auto& [bit, word] : kScopes) {
-        if (!(scope & bit)) continue;
-        if (!text.empty()) text += ", ";
         text += word;
     }
     return text;
@@ -330,7 +308,7 @@ void AppendQualifierDeclarationMof(const QualifierDeclaration& declaration, std:
         AppendMofScalar(declaration.type.type, ViewOf(declaration.default_value), out);
     }
     constexpr uint32_t kAlwaysSaid = kFlavorNotOverridable | kFlavorToSubclass;
-    out += ",\n    Scope(" + ScopeText(declaration.scope) + "), Flavor(" +
+    out += ",\n    Scope(" + MofScopeText(declaration.scope) + "), Flavor(" +
            FlavorText(declaration.flavor, kAlwaysSaid | declaration.flavor, ", ") + ");\n";
 }
 

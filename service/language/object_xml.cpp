@@ -2,13 +2,13 @@
 
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <optional>
 #include <utility>
 
 #include "service/language/path_xml.h"
 #include "service/model/limits.h"
 #include "service/model/object_path.h"
+#include "service/model/real_text.h"
 #include "service/model/text.h"
 
 namespace service {
@@ -44,16 +44,6 @@ std::string_view Digits(Number number, std::array<char, 40>& room) {
     return {room.data(), static_cast<size_t>(end - room.data())};
 }
 
-// The grammar of a real in DMTF's DTD asks for a point: "1.0", "1.0e+20".
-std::string RealText(CimType type, double real) {
-    if (std::isnan(real)) return "NaN";
-    if (std::isinf(real)) return real < 0 ? "-INF" : "INF";
-    std::array<char, 40> room{};
-    std::string text(type == CimType::kReal32 ? Digits(static_cast<float>(real), room) : Digits(real, room));
-    if (text.find('.') == std::string::npos) text.insert(std::min(text.find('e'), text.size()), ".0");
-    return text;
-}
-
 // `value` is neither null nor an array nor an object.
 void WriteScalarText(CimType type, const ValueView& value, XmlWriter& out) {
     std::array<char, 40> room{};
@@ -64,7 +54,8 @@ void WriteScalarText(CimType type, const ValueView& value, XmlWriter& out) {
     } else if (const auto* natural = std::get_if<uint64_t>(&value)) {
         out.Text(type == CimType::kChar16 ? CharacterText(*natural) : Digits(*natural, room));
     } else if (const auto* real = std::get_if<double>(&value)) {
-        out.Text(RealText(type, *real));
+        // The grammar of a real in DMTF's DTD asks for a point: "1.0", "1.0e+20".
+        out.Text(PointedRealText(type, *real));
     } else if (const auto* flag = std::get_if<bool>(&value)) {
         out.Text(*flag ? "TRUE" : "FALSE");
     }

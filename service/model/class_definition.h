@@ -43,7 +43,9 @@ enum QualifierScope : uint32_t {
     kScopeParameter = 0x040,
     kScopeQualifier = 0x080,
     kScopeSchema = 0x100,
-    kScopeAny = 0x1FF,
+    kScopeAny = 0x1FF,  // all of the above
+    kScopeInstance = 0x200,
+    kScopeNamespace = 0x400,
 };
 
 // `Qualifier Key : boolean = false, Scope(property, reference), Flavor(DisableOverride);`

@@ -7,6 +7,8 @@
 #include <system_error>
 #include <utility>
 
+#include "service/model/real_text.h"
+
 namespace service {
 namespace {
 
@@ -26,12 +28,24 @@ std::optional<Number> Parsed(const std::string& text) {
     return number;
 }
 
-std::optional<Scalar> ToText(const Scalar& value) {
+std::optional<Scalar> ParsedReal(CimType type, const std::string& text) {
+    const char* const end = text.data() + text.size();
+    double number = 0;
+    float single = 0;
+    const auto parsed = type == CimType::kReal32 ? std::from_chars(text.data(), end, single)
+                                                 : std::from_chars(text.data(), end, number);
+    if (parsed.ec != std::errc()) return std::nullopt;
+    if (type == CimType::kReal32) number = double{single};
+    if (RealText(type, number) != text) return std::nullopt;
+    return number;
+}
+
+std::optional<Scalar> ToText(CimType from, const Scalar& value) {
     if (const auto* text = std::get_if<std::string>(&value)) return *text;
     if (const auto* flag = std::get_if<bool>(&value)) return std::string(*flag ? "TRUE" : "FALSE");
     if (const auto* number = std::get_if<int64_t>(&value)) return Printed(*number);
     if (const auto* number = std::get_if<uint64_t>(&value)) return Printed(*number);
-    if (const auto* real = std::get_if<double>(&value)) return Printed(*real);
+    if (const auto* real = std::get_if<double>(&value)) return RealText(from, *real);
     return std::nullopt;
 }
 
@@ -76,7 +90,7 @@ std::optional<Scalar> ToUnsigned(const Scalar& value) {
 std::optional<Scalar> ToReal(const Scalar& value) {
     if (std::holds_alternative<double>(value)) return value;
     if (const auto* flag = std::get_if<bool>(&value)) return *flag ? 1.0 : 0.0;
-    if (const auto* text = std::get_if<std::string>(&value)) return Parsed<double>(*text);
+    if (const auto* text = std::get_if<std::string>(&value)) return ParsedReal(CimType::kReal64, *text);
     if (std::holds_alternative<ObjectPtr>(value)) return std::nullopt;
     const Scalar real = std::holds_alternative<int64_t>(value)
                             ? static_cast<double>(std::get<int64_t>(value))
@@ -100,6 +114,9 @@ std::optional<Scalar> ConvertedScalar(CimType from, CimType to, const Scalar& va
         case Representation::kUnsigned:
             return ToUnsigned(value);
         case Representation::kReal: {
+            if (const auto* text = std::get_if<std::string>(&value); text && to == CimType::kReal32) {
+                if (auto single = ParsedReal(to, *text)) return single;
+            }
             const auto real = ToReal(value);
             if (!real || to != CimType::kReal32) return real;
             const double number = std::get<double>(*real);
@@ -107,7 +124,7 @@ std::optional<Scalar> ConvertedScalar(CimType from, CimType to, const Scalar& va
             return fits ? real : std::nullopt;
         }
         case Representation::kText:
-            return ToText(value);
+            return ToText(from, value);
         case Representation::kObject:
             break;
     }

@@ -2,9 +2,9 @@
 //
 //   std::optional<Value> days = ConvertedValue(text_type, number_type, Value(std::string("30")));
 //
-// Texts and numbers become each other where the number is written as it is printed; numbers where the other
-// type has the very number; booleans are 0 and 1, TRUE and FALSE; one value and an array of one element are
-// the same. Characters (char16) become numbers, no texts. Stateless.
+// Texts and numbers become each other where the number is written as it is printed, a real as RealText does;
+// numbers where the other type has the very number; booleans are 0 and 1, TRUE and FALSE; one value and an
+// array of one element are the same. Characters (char16) become numbers, no texts. Stateless.
 #pragma once
 
 #include <optional>

@@ -26,7 +26,7 @@ Qualifier Words : string[], Scope(any), Flavor(EnableOverride, ToSubclass, Trans
   "columns cannot show it on one of its own.")]
 class Base {
     [key, read, Description("Names it")] string INSTANCE_ID;
-    [Units("days"), ValueMap{"0", "1"}, Values{"never", "daily"}, Words{"a", "b"} : ToInstance]
+    [Units("days"), ValueMap{"0", "1"}, Values{"never", "daily", "later"}, Words{"a", "b"} : ToInstance]
     uint32 Often = 1;
 };
 class Zebra : Base { Plan Kept; [EmbeddedInstance("Plan")] string More[]; object Any[3]; };
@@ -168,7 +168,7 @@ TEST_F(Export, DescribesAClassForPeople) {
                                  "        Names it\n"
                                  "    uint32 Often = 1\n"
                                  "        Units: days\n"
-                                 "        Values: 0 = never, 1 = daily\n"));
+                                 "        Values: 0 = never, 1 = daily, later\n"));
     EXPECT_THAT(apple,
                 HasSubstr("Methods\n"
                           "    uint32 Run(in string[] Names, in out object Plan Way, out ref Other Made)\n"

@@ -34,7 +34,7 @@ TEST(MofCompiler, QualifiersHaveTheTypesAndFlavorsThatTheySay) {
     ImportSound(target,
                 R"([A, B(FALSE), C("x"), D(-5), E(2147483648), F(18446744073709551615), G(1.5), H('x'),
         I{}, J{1, -3, 4294967296}, K{NULL, "b"}, L(NULL), M : ToInstance DisableOverride, N : Restricted Translatable,
-        O : NotToSubclass ToSubclass, Abstract]
+        O : NotToSubclass ToSubclass, Abstract, P{1, 0.5}]
         class Q {};)");
     const std::vector<std::tuple<std::string, std::string, Value, uint32_t>> cases{
         {"a", "boolean", true, kFlavorToSubclass},
@@ -52,6 +52,7 @@ TEST(MofCompiler, QualifiersHaveTheTypesAndFlavorsThatTheySay) {
         {"M", "boolean", true, kFlavorToInstance | kFlavorToSubclass | kFlavorNotOverridable},
         {"N", "boolean", true, kFlavorAmended},
         {"O", "boolean", true, kFlavorToSubclass},
+        {"P", "real64[]", Array{1.0, 0.5}, kFlavorToSubclass},
         {"Abstract", "boolean", true, 0},
     };
     for (const auto& [name, type, value, flavor] : cases) {
@@ -208,6 +209,8 @@ TEST(MofCompiler, FaultsNameThePlaceAndTheThing) {
         {"class A { [EmbeddedObject(5)] string E; };", 1, 12, WBEM_E_TYPE_MISMATCH, "TRUE or FALSE"},
         {"class A { [EmbeddedObject] uint8 E; };", 1, 12, WBEM_E_INVALID_PROPERTY_TYPE, "of type string"},
         {"class A { string ref R; };", 1, 11, WBEM_E_INVALID_PROPERTY_TYPE, "\"string\" is none"},
+        {"class UInt32 {};", 1, 7, WBEM_E_INVALID_OBJECT, "\"UInt32\" cannot name a class, it names a type"},
+        {"class void {};", 1, 7, WBEM_E_INVALID_OBJECT, "names a type"},
         {"class A {};\nclass a {};", 2, 7, WBEM_E_ALREADY_EXISTS, "twice in this import, first at a.mof:1"},
         {"[Values{\"a\", 1}] class A {};", 1, 8, WBEM_E_TYPE_MISMATCH, "Values of class A: element 1: the"},
         {"class A { uint8 P[2] = {1,2,3}; };", 1, 24, WBEM_E_TYPE_MISMATCH,

@@ -84,6 +84,24 @@ TEST(MofFiles, NamespacesGoOnThroughIncludes) {
     EXPECT_EQ(target.namespaces["root\\other"].classes.size(), 1U);
 }
 
+// Such a file is the same wherever it is included from; where it ends goes on, and so do its aliases.
+TEST(MofFiles, AFileThatNamesItsNamespaceFirstCountsOnce) {
+    MemoryFiles files(
+        {{"common.mof",
+          "#pragma classflags(\"safeupdate\")\n#pragma namespace(\"root\\\\common\")\n"
+          "class Shared { [key] string K; Shared ref R; };\ninstance of Shared as $S { K = \"s\"; };"},
+         {"x.mof", "#pragma namespace(\"root\\\\X\")\n#pragma include(\"common.mof\")\nclass X {};"},
+         {"y.mof",
+          "#pragma namespace(\"root\\\\Y\")\n#pragma include(\"common.mof\")\n"
+          "instance of Shared { K = \"y\"; R = $S; };"}});
+    MemoryTarget target;
+    const MofImport import = ImportFiles(target, files, {"x.mof", "y.mof", "common.mof"});
+    ASSERT_FALSE(import.fault) << Describe(*import.fault);
+    EXPECT_THAT(files.read, ElementsAre("x.mof", "common.mof", "y.mof"));
+    EXPECT_EQ(target.namespaces["root\\common"].classes.size(), 2U);
+    EXPECT_EQ(import.summary.instances, 2U);
+}
+
 TEST(MofFiles, FaultsNameTheFileAndTheLine) {
     std::map<std::string, std::string> files = {{"circle.mof", "class A {};\n#pragma include(\"x/b.mof\")"},
                                                 {"x/b.mof", "\n#pragma include(\"c.mof\")"},

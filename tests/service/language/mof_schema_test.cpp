@@ -43,7 +43,7 @@ TEST_F(MofSchema, QualifiersAreWhatTheirDeclarationsSay) {
         Qualifier Note : string = "none", Scope(class, association), Flavor(Translatable);
         Qualifier Size : uint32, Scope(any), Flavor(DisableOverride, Restricted);
         Qualifier Flag : boolean = false, Scope(any), Flavor(DisableOverride);
-        Qualifier List : uint8[] = {1, 2}, Scope(property);)"),
+        Qualifier List : uint8[] = {1, 2}, Scope(property, Instance, namespace);)"),
               "");
     ASSERT_EQ(Run("[Note(NULL) : Restricted, Size, Flag(FALSE), List] class Second {};"), "");
     std::string written;
@@ -67,7 +67,9 @@ class Second
     // A wrong place is no fault, and said once.
     EXPECT_THAT(
         warnings,
-        ElementsAre("a.mof:1:46: qualifier List stands at class Second, it is declared for properties"));
+        ElementsAre(
+            "a.mof:1:46: qualifier List stands at class Second, it is declared for properties, instances, "
+            "namespaces"));
     EXPECT_EQ(Run("class Quiet { [List] string A; [List] object ref B; };"), "");
     EXPECT_THAT(warnings, ElementsAre());
     EXPECT_EQ(Run("Qualifier Again : uint8 = 2, Scope(any);\nQualifier AGAIN : Uint8 = 0x2, Scope(any);"),

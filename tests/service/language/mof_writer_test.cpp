@@ -58,9 +58,9 @@ class Tool
 )mof";
 
 constexpr std::string_view kQualifiers = R"(Qualifier Key : boolean = FALSE,
-    Scope(property, reference), Flavor(DisableOverride, ToSubclass);
+    Scope(property, instance, namespace), Flavor(DisableOverride, ToSubclass);
 Qualifier Names : string[] = {"a"},
-    Scope(any), Flavor(EnableOverride, Restricted, ToInstance, Translatable);
+    Scope(any, instance), Flavor(EnableOverride, Restricted, ToInstance, Translatable);
 )";
 
 constexpr std::string_view kInstance = R"(instance of Policy

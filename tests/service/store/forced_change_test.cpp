@@ -1,4 +1,5 @@
 // Classes that are declared anew by force, and how many instances stand in the way of it otherwise.
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -238,6 +239,14 @@ TEST(ValueConversion, NothingIsLost) {
         {type(CimType::kReal64), type(CimType::kSint32), 2.5, {}},
         {type(CimType::kReal64), type(CimType::kReal32), 0.1, {}},
         {type(CimType::kReal64), text, 0.1, Value("0.1"s)},
+        {type(CimType::kReal32), text, double{0.1F}, Value("0.1"s)},
+        {type(CimType::kReal64), text, -INFINITY, Value("-INF"s)},
+        {type(CimType::kReal64), text, -NAN, Value("NaN"s)},
+        {text, type(CimType::kReal32), "0.1"s, double{0.1F}},
+        {text, type(CimType::kReal32), "0.10000000149011612"s, double{0.1F}},
+        {text, type(CimType::kReal64), "-INF"s, -INFINITY},
+        {text, type(CimType::kReal64), "inf"s, {}},
+        {text, type(CimType::kReal32), "1e-50"s, {}},
         {type(CimType::kChar16), text, uint64_t{65}, {}},
         {type(CimType::kUint32), type(CimType::kUint16), Value(), Value()},
     };

@@ -115,9 +115,11 @@ std::string Meanings(const std::vector<NamedQualifier>& qualifiers) {
     std::string text;
     for (std::size_t i = 0; i < std::max(values.size(), names.size()); ++i) {
         if (i != 0) text += ", ";
-        // Without a map the names stand for 0, 1, 2 and so on.
-        text += i < values.size() ? values[i] : std::to_string(i);
-        if (i < names.size()) text += " = " + names[i];
+        // Without a map the names stand for 0, 1, 2 and so on; one that a map leaves out for nothing known.
+        const bool has_value = values.empty() || i < values.size();
+        if (has_value) text += values.empty() ? std::to_string(i) : values[i];
+        if (has_value && i < names.size()) text += " = ";
+        if (i < names.size()) text += names[i];
     }
     return text;
 }

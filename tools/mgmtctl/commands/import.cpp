@@ -39,6 +39,15 @@ HRESULT Compile(IMofCompiler& compiler, wchar_t* names, wchar_t* space, const Ar
     return result;
 }
 
+// The phase is told where a file is at fault; one that may not be read says nothing of the store.
+std::string AdviceFor(const WBEM_COMPILE_STATUS_INFO& info) {
+    constexpr long kStorePhase = 3;
+    const bool is_of_file = info.lPhaseError != 0 && info.lPhaseError != kStorePhase;
+    return is_of_file && info.hRes == WBEM_E_ACCESS_DENIED
+               ? "Check who may read the file, and enter the folders that it lies in."
+               : "";
+}
+
 void Print(const Arguments& arguments, long declarations) {
     if (arguments.is_json) {
         PrintJson(
@@ -61,7 +70,8 @@ void Import(const Arguments& arguments) {
     WBEM_COMPILE_STATUS_INFO info = {};
     _bstr_t names = JoinedNames(arguments.files).c_str();
     _bstr_t space = arguments.namespace_path.c_str();
-    Check(Compile(*compiler, names, space, arguments, info), attempt);
+    const HRESULT result = Compile(*compiler, names, space, arguments, info);
+    if (FAILED(result)) throw OperationFailure(attempt, TakeReason(result), AdviceFor(info));
     Print(arguments, info.ObjectNum);
 }
 
