@@ -89,8 +89,12 @@ char FoldAscii(char c) noexcept {
 
 // One code point for one, so that texts of different letters never become the same: full folding would take
 // the German sharp s for two of the plain one. By way of the upper case, which makes one of letters that have
-// several lower cases.
+// several lower cases. The I with a dot and the one without are letters of their own, as in Unicode's simple
+// folding, which leaves both as they are.
 void AppendFoldedCodePoint(char32_t code_point, std::string& folded) {
+    constexpr char32_t kCapitalIWithDot = 0x130;
+    constexpr char32_t kDotlessI = 0x131;
+    if (code_point == kCapitalIWithDot || code_point == kDotlessI) return AppendCodePoint(code_point, folded);
     const utf8proc_int32_t upper = utf8proc_toupper(static_cast<utf8proc_int32_t>(code_point));
     AppendCodePoint(static_cast<char32_t>(utf8proc_tolower(upper)), folded);
 }

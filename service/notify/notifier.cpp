@@ -152,8 +152,11 @@ void Notifier::LookOut(Entry& entry) {
             entries = entries_;
         }
         try {
-            // A store that cannot be read now is looked at again.
-            static_cast<void>(Look(*entries));
+            // A store that cannot be read now is looked at again; each subscription tells its receiver.
+            if (!Look(*entries).ok()) {
+                for (const std::shared_ptr<Entry>& each : *entries)
+                    each->SeeForYourself();
+            }
         } catch (const std::bad_alloc&) {
             store().WaitForChange(signal, kShortestWithin);
             continue;

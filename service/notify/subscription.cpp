@@ -48,6 +48,12 @@ void Subscription::LookUpTo(uint64_t number) {
     changed_.notify_all();
 }
 
+void Subscription::SeeForYourself() {
+    const std::lock_guard lock(mutex_);
+    is_to_see_ = true;
+    changed_.notify_all();
+}
+
 // A subscription that is busy passes them with what it is busy with. If it were left behind, nothing would
 // bring it here until the next change of interest.
 void Subscription::Pass(uint64_t up_to) {
@@ -82,14 +88,19 @@ bool Subscription::DeliverNext() {
         const std::lock_guard lock(mutex_);
         if (is_cancelled_) return false;
         cursor = cursor_;
+        is_to_see_ = false;
     }
     Batch batch;
     const Status fault = Collect(cursor, batch);
     {
         const Delivery delivery;
         if (!delivery) return AwaitCancel();
-        if (fault.ok()) return HandOver(batch);
-        settings_.receiver->Report(fault.code(), fault.reason());
+        if (fault.ok()) {
+            last_fault_.clear();
+            return HandOver(batch);
+        }
+        if (last_fault_ != fault.reason()) settings_.receiver->Report(fault.code(), fault.reason());
+        last_fault_ = fault.reason();
     }
     return PauseAfterFault();
 }
@@ -110,12 +121,12 @@ bool Subscription::PauseAfterFault() {
 
 bool Subscription::IsWanted() {
     const std::lock_guard lock(mutex_);
-    return is_cancelled_ || cursor_ < last_;
+    return is_cancelled_ || is_to_see_ || cursor_ < last_;
 }
 
 void Subscription::AwaitCall() {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return is_called_ || is_cancelled_ || cursor_ < last_; });
+    changed_.wait(lock, [this] { return is_called_ || is_cancelled_ || is_to_see_ || cursor_ < last_; });
     is_called_ = false;
 }
 

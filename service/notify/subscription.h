@@ -62,6 +62,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
 
     // What there is up to that change may be of interest.
     void LookUpTo(uint64_t number);
+    // The store cannot be read: the receiver is to be told.
+    void SeeForYourself();
     // There is nothing of interest behind what LookUpTo or Pass was called with last, up to that change. A
     // cursor that was left behind would look like one of a slow receiver once the log gives up what it stands
     // at.
@@ -115,6 +117,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     uint64_t last_;    // changes up to this one are there to look at
     bool is_cancelled_ = false;
     bool is_called_ = false;
+    bool is_to_see_ = false;
+    std::string last_fault_;  // its reason; told once while it lasts
 
     const Subscription* waits_for_ = nullptr;  // under a mutex of all subscriptions
 };

@@ -11,6 +11,8 @@
 #include <ctime>
 #include <thread>
 
+#include "service/store/store_files.h"
+
 namespace service {
 namespace {
 
@@ -35,6 +37,7 @@ ChangeSignal::~ChangeSignal() {
 void ChangeSignal::Open(const std::string& path) noexcept {
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0) return;
+    GiveToOwner(fd, path);
     if (posix_fallocate(fd, 0, kFileBytes) == 0) {
         void* const bytes = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         if (bytes != MAP_FAILED) word_ = static_cast<std::atomic<uint32_t>*>(bytes);
@@ -49,6 +52,14 @@ std::atomic<uint64_t>* ChangeSignal::note() const noexcept {
 
 uint64_t ChangeSignal::Noted() const noexcept {
     return word_ ? note()->load(std::memory_order_relaxed) : 0;
+}
+
+uint64_t ChangeSignal::NotedIn(const std::string& path) noexcept {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    uint64_t noted = 0;
+    if (fd < 0 || pread(fd, &noted, sizeof noted, kNoteOffset) != sizeof noted) noted = 0;
+    if (fd >= 0) close(fd);
+    return noted;
 }
 
 void ChangeSignal::Note(uint64_t number) noexcept {

@@ -9,8 +9,8 @@
 //
 // It is a futex word in a small file. Nobody relies on it alone: a writer may die between its commit and the
 // signal, so a wait has an end, and whoever waits looks for itself then. Where the file cannot be had, a wait
-// ends after a tenth of a second, for whoever waits to look for itself. What the file holds does not matter,
-// and neither does who was killed while using it.
+// ends after a tenth of a second, for whoever waits to look for itself. What the number is does not
+// matter, and neither does who was killed while using it.
 //
 // Any thread of any process.
 #pragma once
@@ -35,6 +35,9 @@ class ChangeSignal {
     // A note for all who open the store: what was last passed to Note, 0 at first or where there is no file.
     uint64_t Noted() const noexcept;
     void Note(uint64_t number) noexcept;
+
+    // The same of a file that is not open; 0 where there is none.
+    static uint64_t NotedIn(const std::string& path) noexcept;
 
     uint32_t Read() const noexcept;
     void Raise() noexcept;

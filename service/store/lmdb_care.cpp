@@ -4,8 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "service/store/lmdb_environment.h"
@@ -62,6 +66,24 @@ class PartialCopy {
     int fd_ = -1;
 };
 
+// Those of processes that were ended in the middle of it.
+void RemoveAbandonedCopies(const std::string& final_path) {
+    namespace fs = std::filesystem;
+    const fs::path path(final_path);
+    const std::string prefix = path.filename().string() + ".partial-";
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    std::error_code fault;
+    for (const auto& entry : fs::directory_iterator(folder, fault)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with(prefix)) continue;
+        const int process = std::atoi(name.c_str() + prefix.size());
+        const bool is_gone = process > 0 && kill(process, 0) != 0 && errno == ESRCH;
+        if (!is_gone) continue;
+        unlink((entry.path() / "data.mdb").c_str());
+        rmdir(entry.path().c_str());
+    }
+}
+
 }  // namespace
 
 // The state that is looked at must not be overtaken by two commits before it was begun with.
@@ -70,10 +92,20 @@ Status LmdbEnvironment::FindFaults(FunctionRef<bool(const std::string&)> found) 
     int fd = -1;
     if (const int code = mdb_env_get_fd(env_, &fd); code != 0)
         return StatusOf(code, "the store " + directory_ + " cannot be read");
+    uint64_t first = 0;
+    uint64_t last = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         ReadTransaction txn(*this);
         SERVICE_RETURN_IF_ERROR(txn.Begin());
-        if (LmdbFile(fd).FindFaults(mdb_txn_id(txn.get()), found)) return {};
+        last = mdb_txn_id(txn.get());
+        if (attempt == 0) first = last;
+        if (LmdbFile(fd).FindFaults(last, found)) return {};
+    }
+    if (first == last) {
+        return {WBEM_E_NOT_AVAILABLE,
+                "the file lock.mdb of the store " + directory_ +
+                    " belongs to another data file, which a process still uses: end the "
+                    "processes that use the store, then try again"};
     }
     return {WBEM_E_NOT_AVAILABLE,
             "the store " + directory_ + " is being changed too fast to be looked through: try again later"};
@@ -91,6 +123,13 @@ Status LmdbEnvironment::CopyTo(const std::string& directory) {
         return {WBEM_E_ALREADY_EXISTS,
                 "the backup cannot be made: there is something named " + path + " already. Name a new path"};
     }
+    std::string damage;
+    SERVICE_RETURN_IF_ERROR(FindFaults([&](const std::string& fault) {
+        damage = fault;
+        return false;
+    }));
+    if (!damage.empty()) return Damaged(damage);
+    RemoveAbandonedCopies(path);
     PartialCopy copy(path);
     if (const int error = copy.Make(); error != 0) return BackupFault(error, path);
     int code = CopyFile(copy.fd());

@@ -11,10 +11,13 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "service/store/bus_error_notice.h"
@@ -88,6 +91,33 @@ bool LmdbEnvironment::IsOf(const std::string& directory) const noexcept {
            used.st_ino == found.st_ino;
 }
 
+bool LmdbEnvironment::FileInUse::IsInPlace() const noexcept {
+    struct stat found {};
+    return stat(path.c_str(), &found) == 0 && found.st_dev == device && found.st_ino == inode;
+}
+
+Status LmdbEnvironment::CheckInPlace() const {
+    if (!data_file_.IsInPlace()) {
+        return {WBEM_E_NOT_AVAILABLE,
+                "the store " + directory_ +
+                    " was removed or replaced while this process used it, which neither "
+                    "reads nor writes what was there any more: connect anew"};
+    }
+    if (lock_file_.IsInPlace()) return {};
+    return {WBEM_E_NOT_AVAILABLE, "the file lock.mdb of the store " + directory_ +
+                                      " was removed or replaced while the store was in use. Nothing was "
+                                      "changed: end all processes that use the store, then start them again"};
+}
+
+Status LmdbEnvironment::CheckInPlaceNowAndThen() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    if (now.tv_sec < next_check_.load(std::memory_order_relaxed)) return {};
+    SERVICE_RETURN_IF_ERROR(CheckInPlace());
+    next_check_.store(now.tv_sec + 1, std::memory_order_relaxed);
+    return {};
+}
+
 Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string& directory,
                                                                const StoreOptions& options) {
     SERVICE_RETURN_IF_ERROR(MakeDirectory(directory));
@@ -121,12 +151,27 @@ Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string
 
 // LMDB would take a page size or a root from them as it stands.
 Status LmdbEnvironment::CheckMetaPages() const {
-    const int fd = open((directory_ + "/data.mdb").c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string file = directory_ + "/data.mdb";
+    // A pipe would be waited for.
+    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return errno == ENOENT ? Status()
                                : SystemFault(errno, "the store " + directory_ + " cannot be opened");
-    const std::string fault = LmdbFile(fd).MetaFault();
+    struct stat facts {};
+    const bool is_file = fstat(fd, &facts) == 0 && S_ISREG(facts.st_mode);
+    const LmdbFile data(fd);
+    const bool is_unfinished = is_file && data.IsUnfinished();
+    const std::string fault = is_file && !is_unfinished ? data.MetaFault() : "";
     close(fd);
+    if (!is_file) {
+        return {WBEM_E_NOT_AVAILABLE, "the store " + directory_ + " cannot be opened: " + file +
+                                          " is no regular file. Name another directory with MGMT_STORE"};
+    }
+    // The disk was full when the file was made: nothing is in it, and it is made anew.
+    if (is_unfinished && unlink(file.c_str()) != 0)
+        return SystemFault(errno, "the store " + directory_ + " cannot be opened");
+    if (facts.st_size == 0 && WasInUse(directory_))
+        return Damaged("it is empty, but the store has been in use");
     return fault.empty() ? Status() : Damaged(fault);
 }
 
@@ -174,6 +219,17 @@ Status LmdbEnvironment::OpenFiles() {
     }
     int dead_readers = 0;
     mdb_reader_check(env_, &dead_readers);
+    // Wherever the process goes: the directory may have a relative name.
+    std::error_code fault;
+    const std::string place = std::filesystem::canonical(directory_, fault).string();
+    for (auto [file, name] : {std::pair(&data_file_, "/data.mdb"), std::pair(&lock_file_, "/lock.mdb")}) {
+        struct stat facts {};
+        file->path = place + name;
+        if (stat(file->path.c_str(), &facts) != 0) return SystemFault(errno, what);
+        file->device = facts.st_dev;
+        file->inode = facts.st_ino;
+    }
+    if (int data = -1; mdb_env_get_fd(env_, &data) == 0) GiveToOwner(data, data_file_.path);
     if (is_new) SyncDirectory(directory_);
     return {};
 }

@@ -24,13 +24,18 @@
 // Any number of threads may use one environment; a transaction belongs to one thread at a time.
 #pragma once
 
+#include <sys/types.h>
+
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <lmdb.h>
@@ -86,6 +91,11 @@ class LmdbEnvironment {
     bool IsAbandoned() const noexcept;
 
     // Whether the data file that this environment uses is that of the directory.
+    // WBEM_E_NOT_AVAILABLE when the files that are open are not those of the store's directory any more: what
+    // is written to them would be lost, and without the common lock processes write over one another. The
+    // second form asks the system at most once a second.
+    Status CheckInPlace() const;
+    Status CheckInPlaceNowAndThen();
     bool IsOf(const std::string& directory) const noexcept;
 
     ChangeSignal& signal() noexcept { return signal_; }
@@ -115,6 +125,15 @@ class LmdbEnvironment {
  private:
     friend class ReadTransaction;
     friend class WriteTransaction;
+
+    struct FileInUse {
+        // Whether the file is still the one of its name.
+        bool IsInPlace() const noexcept;
+
+        std::string path;
+        dev_t device = 0;
+        ino_t inode = 0;
+    };
 
     LmdbEnvironment(std::string directory, const StoreOptions& options);
     Status OpenFiles();
@@ -147,6 +166,9 @@ class LmdbEnvironment {
     LmdbTables tables_;
     RedoSlots redo_;
     ChangeSignal signal_;
+    FileInUse data_file_;
+    FileInUse lock_file_;
+    std::atomic<time_t> next_check_{0};
 
     std::mutex mutex_;
     std::condition_variable changed_;

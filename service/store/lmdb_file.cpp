@@ -360,6 +360,14 @@ std::string LmdbFile::MetaFault() const {
     return is_read ? "its first two pages are damaged" : "it does not begin as a data file does";
 }
 
+bool LmdbFile::IsUnfinished() const {
+    Metas metas;
+    if (ReadMetas(fd_, metas) || metas.pages.size() != 1) return false;
+    const Meta& first = metas.pages.front();
+    return first.magic == kMagic && first.transaction == 0 && first.tables.root == kNoPage &&
+           first.free.root == kNoPage;
+}
+
 bool LmdbFile::FindFaults(uint64_t number, FunctionRef<bool(const std::string&)> found) const {
     Metas metas;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {

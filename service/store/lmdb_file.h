@@ -29,6 +29,9 @@ class LmdbFile {
     // new one.
     std::string MetaFault() const;
 
+    // Whether the file ends within the two pages that LMDB makes a new one with, and has nothing in it.
+    bool IsUnfinished() const;
+
     // Calls found(sentence) for each fault in the state that transaction `number` left, until it returns
     // false. That state must be held by a read transaction that has just begun. False when the state is not
     // the current one any more, and nothing was looked at.

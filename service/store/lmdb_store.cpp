@@ -39,6 +39,7 @@ class LmdbStore final : public Store {
             return read(nothing);
         }
         try {
+            SERVICE_RETURN_IF_ERROR(environment->CheckInPlaceNowAndThen());
             ReadTransaction txn(*environment);
             SERVICE_RETURN_IF_ERROR(txn.Begin());
             LmdbRecords reader(*environment, txn.get(), nullptr);
@@ -120,6 +121,7 @@ class LmdbStore final : public Store {
         Status fault = write(writer);
         if (writer.NeedsRoom()) return {};
         if (!fault.ok()) return fault;
+        SERVICE_RETURN_IF_ERROR(environment.CheckInPlace());
         const int code = txn.Commit();
         if (code == MDB_MAP_FULL) return {};
         if (code != 0) return environment.StatusOf(code, "the store " + directory_ + " could not be written");

@@ -12,6 +12,8 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
+#include "service/store/change_signal.h"
+
 namespace service {
 namespace {
 
@@ -50,7 +52,7 @@ Status SystemFault(int error, const std::string& what) {
         case EDQUOT:
             return {WBEM_E_OUT_OF_DISK_SPACE, reason + ". Nothing was changed; make room and try again"};
         case ENOMEM:
-            return {WBEM_E_OUT_OF_MEMORY, reason};
+            return {WBEM_E_OUT_OF_MEMORY, reason + ". Raise the limit of the process's memory (ulimit -v)"};
         case ENOTDIR:
         case ENAMETOOLONG:
         case ELOOP:
@@ -66,11 +68,35 @@ Status SystemFault(int error, const std::string& what) {
 bool HasStore(const std::string& directory) noexcept {
     struct stat facts {};
     try {
-        if (stat((directory + "/data.mdb").c_str(), &facts) == 0) return facts.st_size != 0;
+        if (stat((directory + "/data.mdb").c_str(), &facts) == 0)
+            return facts.st_size != 0 || WasInUse(directory);
     } catch (...) {
         return true;
     }
     return errno != ENOENT;
+}
+
+bool WasInUse(const std::string& directory) noexcept {
+    try {
+        return ChangeSignal::NotedIn(directory + "/changes.signal") != 0;
+    } catch (...) {
+        return false;
+    }
+}
+
+void GiveToOwner(int fd, const std::string& path) noexcept {
+    if (geteuid() != 0) return;
+    struct stat file {};
+    struct stat directory {};
+    try {
+        const std::string parent = path.substr(0, path.rfind('/'));
+        const bool is_roots = fstat(fd, &file) == 0 && file.st_uid == 0;
+        if (is_roots && stat(parent.c_str(), &directory) == 0 && directory.st_uid != 0 &&
+            fchown(fd, directory.st_uid, directory.st_gid) != 0)
+            return;  // then it stays root's
+    } catch (...) {
+        return;
+    }
 }
 
 Status MakeDirectory(const std::string& directory) {
@@ -97,9 +123,15 @@ Status AllocateLockFile(const std::string& directory, unsigned max_readers) {
     const std::string what = "the store " + directory + " cannot be opened";
     const int fd = open((directory + "/lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kStoreFileMode);
     if (fd < 0) return SystemFault(errno, what);
+    GiveToOwner(fd, directory + "/lock.mdb");
     const off_t bytes = kBytesPerReader * (static_cast<off_t>(max_readers) + 2);
     struct stat facts {};
     int code = fstat(fd, &facts) != 0 ? errno : 0;
+    if (code == 0 && !S_ISREG(facts.st_mode)) {
+        close(fd);
+        return {WBEM_E_NOT_AVAILABLE,
+                what + ": its file lock.mdb is no regular file. Name another directory with MGMT_STORE"};
+    }
     constexpr off_t kBytesPerBlock = 512;
     if (code == 0 && facts.st_blocks * kBytesPerBlock < bytes) code = posix_fallocate(fd, 0, bytes);
     close(fd);

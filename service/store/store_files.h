@@ -28,6 +28,13 @@ Status SystemFault(int error, const std::string& what);
 // that there is no store: the directory or the data file is not there, or nothing was written to it yet.
 bool HasStore(const std::string& directory) noexcept;
 
+// Whether what stands beside an empty data file tells that there was something in it.
+bool WasInUse(const std::string& directory) noexcept;
+
+// A file of a store belongs to the account that its directory belongs to: root may look at a store without
+// shutting its owner out. `path` is the open file's.
+void GiveToOwner(int fd, const std::string& path) noexcept;
+
 // Makes the directory and those above it. A store's own directory is for its account alone.
 // WBEM_E_NOT_AVAILABLE for a directory that holds other files but no store.
 Status MakeDirectory(const std::string& directory);

@@ -18,7 +18,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr const char* SCHEMA = R"mof(
-#pragma namespace("\\\\.\\root\\Vantrel\\Halvenor")
 Qualifier Weight : uint16 = 7, Scope(class, property), Flavor(DisableOverride, Restricted);
 Qualifier Words : string[], Scope(any), Flavor(EnableOverride, ToSubclass, Translatable);
 
@@ -47,37 +46,36 @@ std::string ContentOf(const std::filesystem::path& path) {
 }
 
 std::string RandomText(std::mt19937& random) {
-    const std::vector<std::string> pieces{"a",       "Z",
-                                          "\\\"",    "\\\\",
-                                          "\\n",     "\\t",
-                                          "'",       "\\x1",
-                                          " ",       "\xC3\xA4",
-                                          "\\xFEFF", "\xF0\x9F\x98\x80",
-                                          "// ",     "\\xD83D\\xDE00",
-                                          "$"};
+    const char* const pieces[] = {"a",       "Z",
+                                  "\\\"",    "\\\\",
+                                  "\\n",     "\\t",
+                                  "'",       "\\x1",
+                                  " ",       "\xC3\xA4",
+                                  "\\xFEFF", "\xF0\x9F\x98\x80",
+                                  "// ",     "\\xD83D\\xDE00",
+                                  "$"};
     std::string text = "\"";
     for (std::size_t count = random() % 8; count > 0; --count)
-        text += pieces[random() % pieces.size()];
+        text += pieces[random() % std::size(pieces)];
     return text + "\"";
 }
 
 // Values as a person may write them, which is not how an export does.
 std::string RandomInstances(std::mt19937& random) {
-    const std::vector<std::string> reals{"1",   "-0.0", "1e300", "4.9e-324", "0.1",
-                                         "INF", "-INF", "NaN",   "NULL"};
-    const std::vector<std::string> objects{"NULL", "instance of Plan { Hours = {0x10, 077, 11b}; }",
-                                           "instance of BigPlan { Low = NULL; }", "instance of Plan {}"};
+    const char* const reals[] = {"1", "-0.0", "1e300", "4.9e-324", "0.1", "INF", "-INF", "NaN", "NULL"};
+    const std::string objects[] = {"NULL", "instance of Plan { Hours = {0x10, 077, 11b}; }",
+                                   "instance of BigPlan { Low = NULL; }", "instance of Plan {}"};
     std::string mof;
     for (int i = 0; i < 300; ++i) {
         mof += "instance of " + std::string(random() % 2 ? "Apple" : "Zebra") + " {\n  INSTANCE_ID = \"" +
                std::to_string(random() % 7) + "-" + std::to_string(i) + "\" " + RandomText(random) + ";\n";
         if (random() % 2) mof += "  Often = " + std::to_string(random()) + ";\n";
-        if (random() % 2) mof += "  Kept = " + objects[random() % objects.size()] + ";\n";
+        if (random() % 2) mof += "  Kept = " + objects[random() % 4] + ";\n";
         if (random() % 2) mof += "  More = {" + objects[1] + ", " + objects[2] + "};\n";
         if (random() % 3 == 0) mof += "  Any = {};\n";
         mof += "};\n";
         mof += "instance of Apple { INSTANCE_ID = \"w" + std::to_string(i) +
-               "\"; Weight = " + reals[random() % reals.size()] + "; };\n";
+               "\"; Weight = " + reals[random() % std::size(reals)] + "; };\n";
         mof += "instance of Link { From = " + RandomText(random) + " \"" + std::to_string(i) +
                "\"; To = " + RandomText(random) + "; Sign = '\\x" + std::to_string(random() % 9000 + 1000) +
                "'; Since = \"20261122103000.000000+060\"; };\n";
@@ -113,9 +111,13 @@ TEST_F(Export, ImportsIntoAnEmptyStoreAsTheSame) {
     EXPECT_EQ(RunJson({"describe", "Apple"}), before);
     EXPECT_EQ(RunJson({"count", "Base"}), 600);
     EXPECT_THAT(first, HasSubstr("Qualifier Weight : uint16 = 7,"));
-    // Nothing of it is left when it is imported on top of itself.
+    // Nothing of it is left when it is imported on top of itself, and a declaration takes the place of
+    // another.
     Import(first);
     EXPECT_EQ(Exported({"export", "--instances", "--recursive"}), first);
+    Import("Qualifier WEIGHT : uint16 = 8, Scope(class, property), Flavor(DisableOverride, Restricted);");
+    EXPECT_THAT(Exported({"export"}),
+                AllOf(HasSubstr("Qualifier WEIGHT : uint16 = 8,"), Not(HasSubstr("= 7,"))));
 }
 
 TEST_F(Export, NamedClassesComeWithWhatTheyNeed) {
@@ -146,33 +148,24 @@ TEST_F(Export, AFileIsWrittenWholeOrNotAtAll) {
     EXPECT_EQ(ContentOf(path), "older");
     ExpectRefused({"export", "--output", (Folder() / "nowhere" / "x.mof").string()}, 1, "No such file");
     ExpectRefused({"export", "--output", Folder().string()}, 1, "no ordinary file");
-    std::size_t files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(Folder()))
-        files += entry.path().filename().string().starts_with("out.mof");
-    EXPECT_EQ(files, 1u);
+        EXPECT_FALSE(entry.path().filename().string().starts_with("out.mof.")) << entry;
 }
 
 TEST_F(Export, DescribesAClassForPeople) {
-    const std::string base = Run({"describe", "Base"}).out;
-    EXPECT_THAT(base,
-                HasSubstr("abstract class Base\n"
-                          "    What all have.\n"
-                          "    And a second line, which is so long that a terminal of eighty columns cannot\n"
-                          "    show it on one of its own.\n"
-                          "    Key: INSTANCE_ID\n"
-                          "    Directly below: Zebra\n"));
-    const std::string apple = Run({"describe", "Apple"}).out;
-    EXPECT_THAT(apple, HasSubstr("class Apple : Zebra : Base\n"));
-    EXPECT_THAT(apple, HasSubstr("Properties inherited from Base\n"
-                                 "    string INSTANCE_ID  (key, read)\n"
-                                 "        Names it\n"
-                                 "    uint32 Often = 1\n"
-                                 "        Units: days\n"
-                                 "        Values: 0 = never, 1 = daily, later\n"));
-    EXPECT_THAT(apple,
-                HasSubstr("Methods\n"
-                          "    uint32 Run(in string[] Names, in out object Plan Way, out ref Other Made)\n"
-                          "    void Stop()\n"));
+    EXPECT_THAT(
+        Run({"describe", "Base"}).out,
+        HasSubstr("abstract class Base\n    What all have.\n"
+                  "    And a second line, which is so long that a terminal of eighty columns cannot\n"
+                  "    show it on one of its own.\n    Key: INSTANCE_ID\n    Directly below: Zebra\n"));
+    EXPECT_THAT(
+        Run({"describe", "Apple"}).out,
+        AllOf(HasSubstr("class Apple : Zebra : Base\n"),
+              HasSubstr("Properties inherited from Base\n    string INSTANCE_ID  (key, read)\n"
+                        "        Names it\n    uint32 Often = 1\n        Units: days\n"
+                        "        Values: 0 = never, 1 = daily, later\n"),
+              HasSubstr("Methods\n    uint32 Run(in string[] Names, in out object Plan Way, out ref Other "
+                        "Made)\n    void Stop()\n")));
     const json described = RunJson({"describe", "Apple"});
     EXPECT_EQ(described["superclasses"], json({"Zebra", "Base"}));
     EXPECT_EQ(described["methods"][0]["parameters"][1]["type"], "object Plan");

@@ -1,6 +1,4 @@
 // mgmtctl as it is typed: each command, its output, its errors and its exit codes.
-#include <fstream>
-
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -12,10 +10,8 @@ using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-using testing::StartsWith;
 
 constexpr const char* SCHEMA = R"mof(
-#pragma namespace("\\\\.\\root\\Vantrel\\Halvenor")
 [abstract, Description("What all have")] class Base {
     [key, Description("Names it")] string INSTANCE_ID;
     string DisplayName;
@@ -45,14 +41,10 @@ TEST_F(Tool, ListsNamespacesOfAnyDepth) {
 TEST_F(Tool, ListsClassesWithWhatTheyAre) {
     const json classes = RunJson({"classes"});
     ASSERT_EQ(classes.size(), 4u);
-    EXPECT_EQ(classes[0], json({{"name", "Base"},
-                                {"superclass", nullptr},
-                                {"abstract", true},
-                                {"keys", {"INSTANCE_ID"}},
-                                {"description", "What all have"}}));
-    EXPECT_EQ(classes[2]["name"], "MailPolicy");
-    EXPECT_EQ(classes[2]["superclass"], "Policy");
+    EXPECT_EQ(classes[0].dump(), R"({"abstract":true,"description":"What all have","keys":["INSTANCE_ID"],)"
+                                 R"("name":"Base","superclass":null})");
     EXPECT_EQ(classes[1]["keys"], json({"From", "To"}));
+    EXPECT_EQ(classes[2]["superclass"], "Policy");
     EXPECT_EQ(RunJson({"classes", "Policy"}).size(), 1u);
     EXPECT_THAT(Run({"classes"}).out, HasSubstr("MailPolicy  Policy"));
     ExpectRefused({"classes", "Nope"}, 1, "Nope");
@@ -62,38 +54,26 @@ TEST_F(Tool, DescribesAClassWithItsInheritedProperties) {
     const json described = RunJson({"describe", "mailpolicy"});
     EXPECT_EQ(described["name"], "MailPolicy");
     EXPECT_EQ(described["superclass"], "Policy");
-    json properties;
-    for (const json& property : described["properties"])
-        properties[property["name"].get<std::string>()] = property;
-    EXPECT_EQ(properties["INSTANCE_ID"]["key"], true);
-    EXPECT_EQ(properties["INSTANCE_ID"]["inheritedFrom"], "Base");
-    EXPECT_EQ(properties["KeepDays"], json({{"name", "KeepDays"},
-                                            {"type", "uint32"},
-                                            {"key", false},
-                                            {"inheritedFrom", "Policy"},
-                                            {"default", 365},
-                                            {"description", "Days"},
-                                            {"qualifiers", {{"Description", "Days"}}}}));
-    EXPECT_EQ(properties["Strict"]["inheritedFrom"], nullptr);
-    EXPECT_EQ(properties["Tags"]["type"], "string[]");
-    EXPECT_THAT(Run({"describe", "Policy"}).out, StartsWith("class Policy : Base\n"));
+    EXPECT_THAT(
+        described["properties"].dump(),
+        AllOf(HasSubstr(R"("inheritedFrom":null,"key":false,"name":"Strict",)"),
+              HasSubstr(R"({"default":365,"description":"Days","inheritedFrom":"Policy","key":false,)"
+                        R"("name":"KeepDays","qualifiers":{"Description":"Days"},"type":"uint32"})")));
     ExpectRefused({"describe", "Nope"}, 1, "there is no class Nope");
     ExpectRefused({"describe", "Policy.INSTANCE_ID=\"mail\""}, 1, "path of an instance");
 }
 
 TEST_F(Tool, GetsByClassAndIdOrByAnyPath) {
     const json mail = RunJson({"get", "Policy", "mail"});
-    EXPECT_EQ(mail["__CLASS"], "Policy");
     EXPECT_EQ(mail["__RELPATH"], "Policy.INSTANCE_ID=\"mail\"");
     EXPECT_EQ(mail["KeepDays"], 30);
-    EXPECT_EQ(mail["Tags"], nullptr);
     for (const char* path : {"Policy.INSTANCE_ID=\"mail\"", "policy='MAIL'",
                              "\\\\.\\root\\Vantrel\\Halvenor:Policy.INSTANCE_ID=\"mail\""}) {
         EXPECT_EQ(RunJson({"get", path}), mail) << path;
     }
-    const json link =
-        RunJson({"get", R"(Link.From="Policy.INSTANCE_ID=\"a\"",To="Policy.INSTANCE_ID=\"b\"")"});
-    EXPECT_EQ(link["Weight"], 5);
+    EXPECT_EQ(
+        RunJson({"get", R"(Link.From="Policy.INSTANCE_ID=\"a\"",To="Policy.INSTANCE_ID=\"b\"")"})["Weight"],
+        5);
     EXPECT_THAT(Run({"get", "Policy", "mail"}).out,
                 AllOf(HasSubstr("KeepDays     uint32    30\n"), HasSubstr("Tags         string[]  null\n")));
 }
@@ -110,15 +90,10 @@ TEST_F(Tool, RefusesToGetWhatIsNotThere) {
 }
 
 TEST_F(Tool, SetChangesOneInstanceAndSaysSo) {
-    const Outcome updated = Run({"set", "Policy", "mail", "KeepDays=31", "DisplayName=Mail"});
-    EXPECT_EQ(updated.code, 0);
-    EXPECT_EQ(updated.out, "Policy.INSTANCE_ID=\"mail\" updated, 2 properties set\n");
-    const json mail = RunJson({"get", "Policy", "mail"});
-    EXPECT_EQ(mail["KeepDays"], 31);
-    EXPECT_EQ(mail["DisplayName"], "Mail");
-
+    EXPECT_EQ(Run({"set", "Policy", "mail", "KeepDays=31", "DisplayName=Mail"}).out,
+              "Policy.INSTANCE_ID=\"mail\" updated, 2 properties set\n");
+    EXPECT_EQ(RunJson({"get", "Policy", "mail"})["KeepDays"], 31);
     ExpectRefused({"set", "Policy", "new", "KeepDays=1"}, 1, "--create");
-    ExpectRefused({"get", "Policy", "new"}, 1, "new");
     EXPECT_EQ(RunJson({"set", "Policy", "new", "KeepDays=1", "--create"})["result"], "created");
     EXPECT_EQ(RunJson({"set", "Policy", "new", "KeepDays=2", "--create"})["result"], "updated");
     EXPECT_EQ(RunJson({"get", "Policy", "new"})["KeepDays"], 2);
@@ -130,44 +105,25 @@ TEST_F(Tool, SetChangesOneInstanceAndSaysSo) {
 
 TEST_F(Tool, DeletesOnce) {
     EXPECT_EQ(Run({"delete", "Policy", "mail"}).code, 0);
-    ExpectRefused({"get", "Policy", "mail"}, 1, "mail");
-    ExpectRefused({"delete", "Policy", "mail"}, 1, "mail");
+    for (const char* command : {"get", "delete"})
+        ExpectRefused({command, "Policy", "mail"}, 1, "mail");
     ExpectRefused({"delete", "Nope", "mail"}, 1, "Nope");
 }
 
 TEST_F(Tool, NamesInstancesByAnyId) {
-    const std::vector<std::string> ids = {"a\"b",
-                                          "\"",
-                                          "c:\\dir\\",
-                                          "\\\"",
-                                          "x\\",
-                                          "it's",
-                                          "l\nine",
-                                          "tab\there",
-                                          "😀漢ä",
-                                          "Policy=1",
-                                          "a.b,c",
-                                          "-1",
-                                          "--json",
-                                          " ",
-                                          "null",
-                                          std::string(300, 'x'),
-                                          std::string(238, '"'),
-                                          std::string(5000, 'y') + "\\"};
+    std::vector<std::string> ids = {
+        "a\"b", "c:\\dir\\", "\\\"", "it's\nl\tab 😀漢ä", "Policy=1", "a.b,c", "-1", "--json", " ", "null"};
+    ids.emplace_back(238, '"');
+    ids.push_back(std::string(5000, 'y') + "\\");
     for (const std::string& id : ids) {
-        const std::string shown = id.substr(0, 20);
-        EXPECT_EQ(Run({"set", "Policy", "--create", "--", id, "KeepDays=1"}).code, 0) << shown;
-        EXPECT_EQ(Run({"set", "Policy", "--", id, "KeepDays=2", "DisplayName=null"}).code, 0) << shown;
+        SCOPED_TRACE(id.substr(0, 20));
+        EXPECT_EQ(Run({"set", "Policy", "--create", "--", id, "KeepDays=1"}).code, 0);
         const json made = RunJson({"get", "Policy", "--", id});
         EXPECT_EQ(made["INSTANCE_ID"], id);
-        EXPECT_EQ(made["KeepDays"], 2) << shown;
-        EXPECT_EQ(RunJson({"get", made["__RELPATH"].get<std::string>()}), made) << shown;
+        EXPECT_EQ(RunJson({"get", made["__RELPATH"].get<std::string>()}), made);
+        EXPECT_EQ(Run({"delete", "Policy", "--", id}).code, 0);
+        EXPECT_EQ(Run({"get", "Policy", "--", id}).code, 1);
     }
-    for (const std::string& id : ids) {
-        EXPECT_EQ(Run({"delete", "Policy", "--", id}).code, 0) << id.substr(0, 20);
-        EXPECT_EQ(Run({"get", "Policy", "--", id}).code, 1) << id.substr(0, 20);
-    }
-    EXPECT_EQ(Run({"get", "Policy", "mail"}).code, 0);
 }
 
 TEST_F(Tool, ATableStaysATable) {
@@ -189,12 +145,9 @@ TEST_F(Tool, ImportsAllOrNothing) {
     ExpectRefused({"import", good, bad}, 1, "bad.mof:1:");
     ExpectRefused({"get", "Policy", "imported"}, 1, "imported");
 
-    const json checked = RunJson({"import", "--check", good});
-    EXPECT_EQ(checked["stored"], false);
+    EXPECT_EQ(RunJson({"import", "--check", good})["stored"], false);
     ExpectRefused({"get", "Policy", "imported"}, 1, "imported");
     EXPECT_EQ(RunJson({"import", good})["declarations"], 1);
-    EXPECT_EQ(Run({"get", "Policy", "imported"}).code, 0);
-
     // Without a namespace of its own a text goes where --namespace says.
     const std::string plain = WriteFile("plain.mof", "class Plain { [key] string INSTANCE_ID; };");
     EXPECT_EQ(Run({"-n", "root/Elsewhere", "import", plain}).code, 0);
@@ -213,9 +166,9 @@ TEST_F(Tool, SaysWhatIsWrongWithACommandLine) {
     ExpectRefused({"get", "Policy", "\xff\xfe"}, 2, "not valid UTF-8");
     ExpectRefused({"set", "Policy", "mail", "DisplayName=\xc3("}, 2, "not valid UTF-8");
     ExpectRefused({"set", "Policy", "mail", "KeepDays"}, 2, "NAME=VALUE");
-    const Outcome help = Run({"--help"});
-    EXPECT_EQ(help.code, 0);
-    EXPECT_THAT(help.out, HasSubstr("Examples:"));
+    EXPECT_THAT(Run({"--help"}).out, HasSubstr("Examples:"));
+    for (const char* command : {"set", "get"})
+        EXPECT_THAT(Run({command, "-h"}).out, HasSubstr("Usage: mgmtctl"));
 }
 
 TEST_F(Tool, SaysWhenTheOutputCannotBeWritten) {
@@ -225,27 +178,11 @@ TEST_F(Tool, SaysWhenTheOutputCannotBeWritten) {
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
 }
 
-TEST_F(Tool, SaysWhenTheStoreCannotBeUsed) {
+TEST_F(Tool, SaysWhenTheStoreOrTheServiceCannotBeUsed) {
     setenv("MGMT_STORE", WriteFile("file", "not a folder").c_str(), 1);
     ExpectRefused({"get", "Policy", "mail"}, 1, "file");
-    setenv("MGMT_STORE", (Folder() / "empty").c_str(), 1);
-    ExpectRefused({"get", "Policy", "mail"}, 1, "there is no namespace");
-}
-
-TEST_F(Tool, SaysWhenTheStoreCannotBeRead) {
-    if (geteuid() == 0) GTEST_SKIP() << "root may read every folder";
-    const std::filesystem::path locked = Folder() / "locked";
-    std::filesystem::create_directory(locked);
-    std::filesystem::permissions(locked, std::filesystem::perms::none);
-    setenv("MGMT_STORE", locked.c_str(), 1);
-    ExpectRefused({"get", "Policy", "mail"}, 1, "locked");
-    std::filesystem::permissions(locked, std::filesystem::perms::owner_all);
-}
-
-TEST_F(Tool, SaysWhenTheServiceCannotBeLoaded) {
     setenv("MGMT_SERVICE_MODULE", "/nowhere/libmgmt_service.so", 1);
     ExpectRefused({"classes"}, 1, "/nowhere/libmgmt_service.so");
-    ExpectRefused({"get", "Policy", "mail"}, 1, "/nowhere/libmgmt_service.so");
     unsetenv("MGMT_SERVICE_MODULE");
 }
 
@@ -253,27 +190,13 @@ class Examples : public ToolTest {};
 
 TEST_F(Examples, StandTogether) {
     const std::string examples = EXAMPLES;
-    const json imported = RunJson({"import", examples + "/halvenor.mof", examples + "/halvenor-data.mof"});
-    EXPECT_GE(imported["declarations"], 300);
-
-    const json policy = RunJson({"get", "RetentionPolicy", "mail"});
-    EXPECT_EQ(policy["Cleanup"]["__CLASS"], "Schedule");
+    EXPECT_GE(
+        RunJson({"import", examples + "/halvenor.mof", examples + "/halvenor-data.mof"})["declarations"],
+        300);
+    EXPECT_EQ(RunJson({"get", "RetentionPolicy", "mail"})["Cleanup"]["__CLASS"], "Schedule");
     const json mailbox = RunJson({"get", "Mailbox", "mbx-info-berlin"});
     for (const char* reference : {"Owner", "Volume", "Retention"})
         EXPECT_EQ(Run({"get", mailbox[reference].get<std::string>()}).code, 0) << mailbox[reference];
-
-    std::set<std::string> types;
-    for (const json& each : RunJson({"classes"})) {
-        const json described = RunJson({"describe", each["name"]});
-        for (const json& property : described["properties"]) {
-            const auto type = property["type"].get<std::string>();
-            types.insert(type.substr(0, type.find_first_of("[ ")));
-        }
-    }
-    for (const char* type : {"sint8", "uint8", "sint16", "uint16", "sint32", "uint32", "sint64", "uint64",
-                             "real32", "real64", "boolean", "string", "datetime", "char16", "object"}) {
-        EXPECT_TRUE(types.contains(type)) << type;
-    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // mgmtctl watch and mgmtctl reload-event: what one process shows of what others do.
 #include <chrono>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -16,11 +17,9 @@ using nlohmann::json;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::StartsWith;
 
 constexpr const char* SCHEMA = R"mof(
-#pragma namespace("\\\\.\\root\\Vantrel\\Halvenor")
 class Policy { [key] string INSTANCE_ID; uint32 Days = 365; string Tags[]; string Note; uint64 Big; };
 class MailPolicy : Policy { boolean Strict; };
 class Other { [key] string INSTANCE_ID; uint32 N; string Text; };
@@ -32,6 +31,11 @@ std::string Content(const std::filesystem::path& path) {
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
     return text.str();
+}
+
+// The text with TIME for each time of day.
+std::string Timeless(const std::string& text) {
+    return std::regex_replace(text, std::regex("[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{3} "), "TIME ");
 }
 
 // A command that goes on, from when it says that it is at it.
@@ -96,19 +100,14 @@ TEST_F(Watching, ShowsWhatOthersDo) {
     Do({"set", "Policy", "old", "Tags=null", "Note=n"});
     Do({"create", "Other", "o"});
     Do({"delete", "MailPolicy", "x"});
-    const std::string time = "[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9][0-9][0-9] ";
-    EXPECT_THAT(watch.ReadLine(), MatchesRegex(time + "created MailPolicy.INSTANCE_ID=\"x\""));
-    EXPECT_EQ(watch.ReadLine(), "    Days: 365");
-    EXPECT_EQ(watch.ReadLine(), "    Note: a \"b\"\\nc");
-    EXPECT_EQ(watch.ReadLine(), "    Strict: true");
-    EXPECT_THAT(watch.ReadLine(), MatchesRegex(time + "modified Policy.INSTANCE_ID=\"old\""));
-    EXPECT_EQ(watch.ReadLine(), "    Days: 30 -> 60");
-    EXPECT_EQ(watch.ReadLine(), "    Tags: [\"a\"] -> [\"a\", \"b\"]");
-    EXPECT_THAT(watch.ReadLine(), HasSubstr(" modified "));
-    EXPECT_EQ(watch.ReadLine(), "    Note: null -> n");
-    EXPECT_EQ(watch.ReadLine(), "    Tags: [\"a\", \"b\"] -> null");
-    EXPECT_THAT(watch.ReadLine(), MatchesRegex(time + "deleted MailPolicy.INSTANCE_ID=\"x\""));
-    EXPECT_EQ(watch.ReadLine(), "");
+    EXPECT_EQ(Timeless(watch.ReadAll()),
+              "TIME created MailPolicy.INSTANCE_ID=\"x\"\n"
+              "    Days: 365\n    Note: a \"b\"\\nc\n    Strict: true\n"
+              "TIME modified Policy.INSTANCE_ID=\"old\"\n"
+              "    Days: 30 -> 60\n    Tags: [\"a\"] -> [\"a\", \"b\"]\n"
+              "TIME modified Policy.INSTANCE_ID=\"old\"\n"
+              "    Note: null -> n\n    Tags: [\"a\", \"b\"] -> null\n"
+              "TIME deleted MailPolicy.INSTANCE_ID=\"x\"\n");
     EXPECT_EQ(watch.Finish(), 0);
     EXPECT_EQ(watch.Errors(), "");
 }
@@ -132,18 +131,17 @@ TEST_F(Watching, TellsProgramsAllOfIt) {
     Waiting watch = WatchJson({"Policy"});
     Do({"set", "Policy", "old", "Days=60", "Big=18446744073709551615"});
     const json modified = watch.Next();
-    EXPECT_THAT(modified["time"].get<std::string>(),
-                MatchesRegex("[0-9-]+T[0-9:]+\\.[0-9][0-9][0-9][0-9][0-9][0-9][+-][0-9][0-9]:[0-9][0-9]"));
+    EXPECT_TRUE(std::regex_match(modified["time"].get<std::string>(),
+                                 std::regex("[0-9-]+T[0-9:]+\\.[0-9]{6}[+-][0-9]{2}:[0-9]{2}")));
     EXPECT_EQ(modified["event"], "modified");
     EXPECT_EQ(modified["path"], "Policy.INSTANCE_ID=\"old\"");
-    EXPECT_EQ(modified["changes"], json({{"Days", {{"before", 30}, {"after", 60}}},
-                                         {"Big", {{"before", nullptr}, {"after", UINT64_MAX}}}}));
+    EXPECT_EQ(modified["changes"].dump(),
+              R"({"Big":{"after":18446744073709551615,"before":null},"Days":{"after":60,"before":30}})");
     EXPECT_EQ(modified["instance"], RunJson({"get", "Policy", "old"}));
-    const json last = modified["instance"];
     Do({"delete", "Policy", "old"});
     const json deleted = watch.Next();
     EXPECT_EQ(deleted["event"], "deleted");
-    EXPECT_EQ(deleted["instance"], last);
+    EXPECT_EQ(deleted["instance"], modified["instance"]);
     EXPECT_FALSE(deleted.contains("changes"));
 }
 
@@ -176,28 +174,17 @@ TEST_F(Watching, OfOneInstanceOrOfSomeKinds) {
 }
 
 TEST_F(Watching, EndsAfterTheNumberThatWasAskedFor) {
-    std::string mof = SCHEMA;
-    for (int i = 0; i < 100; ++i)
-        mof += "instance of Policy { INSTANCE_ID = \"" + std::to_string(100 + i) + "\"; };\n";
+    std::string mof;
+    for (int i = 100; i < 200; ++i)
+        mof += "instance of Policy { INSTANCE_ID = \"" + std::to_string(i) + "\"; };\n";
     Waiting watch = WatchJson({"MailPolicy", "--count", "1"});
     Waiting many = WatchJson({"Policy", "--on", "create", "--count", "50"});
     Import(mof);
-    for (int i = 0; i < 50; ++i)
-        EXPECT_EQ(many.Next()["instance"]["INSTANCE_ID"], std::to_string(100 + i));
+    for (int i = 100; i < 150; ++i)
+        EXPECT_EQ(many.Next()["instance"]["INSTANCE_ID"], std::to_string(i));
     EXPECT_EQ(many.ReadLine(), "");
     EXPECT_EQ(many.Finish(), 0);
     EXPECT_TRUE(watch.IsRunning());
-}
-
-TEST_F(Watching, ShowsItBeforeItWouldLookBySelf) {
-    Waiting watch = WatchJson({"Policy"});
-    const auto begin = std::chrono::steady_clock::now();
-    for (int days = 1; days <= 5; ++days) {
-        Do({"set", "Policy", "old", "Days=" + std::to_string(days)});
-        EXPECT_EQ(watch.Next()["changes"]["Days"]["after"], days);
-    }
-    // A look a second would show one change a second.
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
 }
 
 TEST_F(Watching, EndsCleanlyWhenItIsInterrupted) {
@@ -229,7 +216,7 @@ TEST_F(Watching, SaysThatItLostEventsAndGoesOn) {
     Do({"set", "Policy", "old", "Note=" + std::string(100'000, 'n')});
     for (const char content : {'a', 'b', 'c'}) {
         const std::string text(30 << 20, content);
-        Import(SCHEMA + ("instance of Other { INSTANCE_ID = \"big\"; Text = \"" + text + "\"; };\n"));
+        Import("instance of Other { INSTANCE_ID = \"big\"; Text = \"" + text + "\"; };");
     }
     EXPECT_EQ(watch.Next()["instance"]["Note"], std::string(100'000, 'n'));
     const json lost = watch.Next();
@@ -240,6 +227,7 @@ TEST_F(Watching, SaysThatItLostEventsAndGoesOn) {
 }
 
 TEST_F(Watching, SaysWhyItCannot) {
+    const std::string query = "SELECT * FROM __InstanceOperationEvent";
     ExpectRefused({"watch", "Nope"}, 1, "there is no class Nope");
     ExpectRefused({"watch", "Pair", "--id", "x"}, 1, "INSTANCE_ID");
     ExpectRefused({"-n", "root/Nowhere", "watch", "Policy"}, 1, "root\\Nowhere");
@@ -247,13 +235,16 @@ TEST_F(Watching, SaysWhyItCannot) {
     ExpectRefused({"watch", "--query", "SELECT"}, 1, "The query is: SELECT");
     ExpectRefused({"watch"}, 2, "CLASS");
     ExpectRefused({"watch", "--query", ""}, 2, "CLASS");
-    ExpectRefused({"watch", "Policy", "--query", "SELECT * FROM __InstanceOperationEvent"}, 2, "--query");
-    ExpectRefused({"watch", "--id", "x", "--query", "SELECT * FROM __InstanceOperationEvent"}, 2, "--id");
-    ExpectRefused({"watch", "Policy", "--on", "create,created"}, 2, "\"created\"");
-    ExpectRefused({"watch", "Policy", "--on", ""}, 2, "kinds");
-    ExpectRefused({"watch", "Policy", "--id", ""}, 2, "id");
-    ExpectRefused({"watch", "Policy", "--count", "0"}, 2, "no event");
-    ExpectRefused({"watch", "Policy", "--count", "-1"}, 2, "-1");
+    ExpectRefused({"watch", "Policy", "--query", query}, 2, "--query");
+    ExpectRefused({"watch", "--id", "x", "--query", query}, 2, "--id");
+    const std::pair<std::vector<std::string>, const char*> refused[] = {
+        {{"--on", "create,created"}, "\"created\""},
+        {{"--on", ""}, "kinds"},
+        {{"--id", ""}, "id"},
+        {{"--count", "0"}, "no event"},
+        {{"--count", "-1"}, "-1"}};
+    for (const auto& [words, reason] : refused)
+        ExpectRefused({"watch", "Policy", words[0], words[1]}, 2, reason);
 }
 
 // The event is one for the whole machine: no two of these tests may run at once.

@@ -22,12 +22,6 @@ std::string ReadFile(const std::filesystem::path& path) {
     return text.str();
 }
 
-std::filesystem::path MakeFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "mgmtctl-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the test");
-    return name;
-}
-
 // The words of the tool's command line as exec takes them.
 class CommandLine {
  public:
@@ -82,13 +76,24 @@ std::string RunningTool::ReadLine() {
     return line;
 }
 
+std::string RunningTool::ReadAll() {
+    std::string text;
+    for (int unit = std::fgetc(output_); unit != EOF; unit = std::fgetc(output_))
+        text += static_cast<char>(unit);
+    return text;
+}
+
 bool RunningTool::IsRunning() {
+    return !HasEnded(WNOHANG);
+}
+
+bool RunningTool::HasEnded(int how) {
     rusage usage{};
-    if (!has_ended_ && wait4(process_, &status_, WNOHANG, &usage) == process_) {
+    if (!has_ended_ && wait4(process_, &status_, how, &usage) == process_) {
         has_ended_ = true;
         peak_kib_ = usage.ru_maxrss;
     }
-    return !has_ended_;
+    return has_ended_;
 }
 
 void RunningTool::Interrupt(int signal) const {
@@ -96,41 +101,20 @@ void RunningTool::Interrupt(int signal) const {
 }
 
 int RunningTool::Finish() {
-    rusage usage{};
-    if (!has_ended_ && wait4(process_, &status_, 0, &usage) == process_) {
-        has_ended_ = true;
-        peak_kib_ = usage.ru_maxrss;
-    }
+    HasEnded(0);
     return ExitCode(status_);
 }
 
-ToolTest::ToolTest() : folder_(MakeFolder()) {
+ToolTest::ToolTest() {
     setenv("MGMT_STORE", (folder_ / "store").c_str(), 1);
 }
 
-ToolTest::~ToolTest() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-}
-
 Outcome ToolTest::Run(const std::vector<std::string>& arguments) const {
-    const CommandLine command(arguments);
-    const std::filesystem::path out = folder_ / "out";
     const std::filesystem::path err = folder_ / "err";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    pid_t process = 0;
-    const int fault = posix_spawn(&process, MGMTCTL, &actions, nullptr, command.argv(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (fault != 0) return {-1, "", "the tool cannot be started"};
-
-    int status = 0;
-    waitpid(process, &status, 0);
-    return {ExitCode(status), ReadFile(out), ReadFile(err)};
+    std::filesystem::remove(err);
+    RunningTool tool(arguments, err);
+    const std::string out = tool.ReadAll();
+    return {tool.Finish(), out, ReadFile(err)};
 }
 
 Outcome ToolTest::RunOnTerminal(const std::vector<std::string>& arguments, unsigned short columns) const {

@@ -16,6 +16,8 @@
 #include <sys/types.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/service/temporary_directory.h"
+
 struct Outcome {
     int code = -1;  // the exit code; -1 for a process that a signal ended
     std::string out;
@@ -35,6 +37,8 @@ class RunningTool {
 
     // One line without its end; empty at the end of the output.
     std::string ReadLine();
+    // The rest of the output.
+    std::string ReadAll();
     bool IsRunning();
     void Interrupt(int signal = SIGINT) const;
 
@@ -44,6 +48,8 @@ class RunningTool {
     long PeakKib() const { return peak_kib_; }
 
  private:
+    bool HasEnded(int how);
+
     pid_t process_ = 0;
     std::FILE* output_ = nullptr;
     int status_ = 0;
@@ -55,7 +61,6 @@ class RunningTool {
 class ToolTest : public testing::Test {
  protected:
     ToolTest();
-    ~ToolTest() override;
 
     Outcome Run(const std::vector<std::string>& arguments) const;
     // The same with --json; the output is empty JSON, and the test failed, when the tool fails.
@@ -75,5 +80,6 @@ class ToolTest : public testing::Test {
     const std::filesystem::path& Folder() const { return folder_; }
 
  private:
-    std::filesystem::path folder_;
+    const TemporaryDirectory directory_;
+    const std::filesystem::path folder_ = directory_.path();
 };

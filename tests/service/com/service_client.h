@@ -7,10 +7,10 @@
 //   EXPECT_EQ(Show(policy, L"ID"), "BSTR a");
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,13 +40,10 @@ inline std::string Code(HRESULT result) {
 inline std::string Narrow(std::wstring_view text) {
     std::string narrow;
     for (const wchar_t unit : text) {
-        if (unit >= 0x20 && unit < 0x7F) {
-            narrow.push_back(static_cast<char>(unit));
-        } else {
-            char escaped[16];
-            std::snprintf(escaped, sizeof escaped, "<%X>", static_cast<unsigned>(unit));
-            narrow += escaped;
-        }
+        char shown[16];
+        std::snprintf(shown, sizeof shown, unit >= 0x20 && unit < 0x7F ? "%c" : "<%X>",
+                      static_cast<unsigned>(unit));
+        narrow += shown;
     }
     return narrow;
 }
@@ -57,12 +54,9 @@ inline std::string Narrow(BSTR text) {
 
 template <typename Real, typename Bits>
 std::string ShowReal(Real value) {
-    Bits bits{};
-    static_assert(sizeof bits == sizeof value);
-    std::memcpy(&bits, &value, sizeof bits);
     char text[64];
     std::snprintf(text, sizeof text, "%g/%llX", static_cast<double>(value),
-                  static_cast<unsigned long long>(bits));
+                  static_cast<unsigned long long>(std::bit_cast<Bits>(value)));
     return text;
 }
 
@@ -86,30 +80,17 @@ inline std::string Show(const VARIANT& value) {
         }
         return text;
     }
-    switch (value.vt) {
-        case VT_EMPTY:
-            return "EMPTY";
-        case VT_NULL:
-            return "NULL";
-        case VT_I2:
-            return "I2 " + std::to_string(value.iVal);
-        case VT_I4:
-            return "I4 " + std::to_string(value.lVal);
-        case VT_UI1:
-            return "UI1 " + std::to_string(value.bVal);
-        case VT_BOOL:
-            return "BOOL " + std::to_string(value.boolVal);
-        case VT_R4:
-            return "R4 " + ShowReal<float, uint32_t>(value.fltVal);
-        case VT_R8:
-            return "R8 " + ShowReal<double, uint64_t>(value.dblVal);
-        case VT_BSTR:
-            return "BSTR " + Narrow(value.bstrVal);
-        case VT_UNKNOWN:
-            return std::string("UNKNOWN ") + (value.punkVal ? "object" : "(null)");
-        default:
-            return "type " + std::to_string(value.vt);
-    }
+    if (value.vt == VT_EMPTY) return "EMPTY";
+    if (value.vt == VT_NULL) return "NULL";
+    if (value.vt == VT_I2) return "I2 " + std::to_string(value.iVal);
+    if (value.vt == VT_I4) return "I4 " + std::to_string(value.lVal);
+    if (value.vt == VT_UI1) return "UI1 " + std::to_string(value.bVal);
+    if (value.vt == VT_BOOL) return "BOOL " + std::to_string(value.boolVal);
+    if (value.vt == VT_R4) return "R4 " + ShowReal<float, uint32_t>(value.fltVal);
+    if (value.vt == VT_R8) return "R8 " + ShowReal<double, uint64_t>(value.dblVal);
+    if (value.vt == VT_BSTR) return "BSTR " + Narrow(value.bstrVal);
+    if (value.vt == VT_UNKNOWN) return std::string("UNKNOWN ") + (value.punkVal ? "object" : "(null)");
+    return "type " + std::to_string(value.vt);
 }
 
 inline _variant_t Text(std::wstring_view text) {
@@ -167,16 +148,17 @@ class ServiceClient : public testing::Test {
         unsetenv("MGMT_STORE");
     }
 
-    static HRESULT ImportInto(const wchar_t* space, std::string text,
-                              WBEM_COMPILE_STATUS_INFO* info = nullptr, LONG options = 0,
-                              LONG class_flags = 0, LONG instance_flags = 0) {
-        CComPtr<IMofCompiler> compiler;
-        const HRESULT made = compiler.CoCreateInstance(CLSID_MofCompiler);
-        if (FAILED(made)) return made;
-        std::wstring path(space);
-        return compiler->CompileBuffer(static_cast<long>(text.size()), reinterpret_cast<BYTE*>(text.data()),
-                                       path.data(), nullptr, nullptr, nullptr, options, class_flags,
-                                       instance_flags, info);
+    static HRESULT Compile(IMofCompiler& compiler, std::wstring space, std::string text,
+                           WBEM_COMPILE_STATUS_INFO* info = nullptr, LONG options = 0, LONG class_flags = 0,
+                           LONG instance_flags = 0) {
+        return compiler.CompileBuffer(static_cast<long>(text.size()), reinterpret_cast<BYTE*>(text.data()),
+                                      space.data(), nullptr, nullptr, nullptr, options, class_flags,
+                                      instance_flags, info);
+    }
+
+    template <typename... Options>
+    static HRESULT ImportInto(const wchar_t* space, const std::string& text, Options... options) {
+        return Compile(*Compiler(), space, text, options...);
     }
 
     // Into the test's namespace, which is connected then.
@@ -185,6 +167,12 @@ class ServiceClient : public testing::Test {
         if (FAILED(result) || services) return result;
         EXPECT_CODE(S_OK, Connect(kNamespace, services));
         return result;
+    }
+
+    static CComPtr<IMofCompiler> Compiler() {
+        CComPtr<IMofCompiler> compiler;
+        EXPECT_CODE(S_OK, compiler.CoCreateInstance(CLSID_MofCompiler));
+        return compiler;
     }
 
     static HRESULT Connect(const wchar_t* path, ServicesPointer& connected) {
@@ -217,6 +205,19 @@ class ServiceClient : public testing::Test {
         return instance;
     }
 
+    HRESULT CodeOf(std::wstring_view path) const {
+        ObjectPointer object;
+        return GetObject(path, object);
+    }
+
+    // Puts an instance whose class has a key ID and a number Days.
+    void PutPolicy(const std::wstring& id, int days, std::wstring_view class_name = L"Policy") const {
+        const ObjectPointer instance = Spawn(class_name);
+        EXPECT_CODE(S_OK, PutValue(instance, L"ID", Text(id)));
+        EXPECT_CODE(S_OK, PutValue(instance, L"Days", days));
+        EXPECT_CODE(S_OK, PutInstance(instance));
+    }
+
     HRESULT PutInstance(IWbemClassObject* object, long flags = 0) const {
         return services->PutInstance(object, flags, nullptr, nullptr);
     }
@@ -224,6 +225,10 @@ class ServiceClient : public testing::Test {
     HRESULT DeleteInstance(std::wstring_view path) const {
         return services->DeleteInstance(CComBSTR(static_cast<int>(path.size()), path.data()), 0, nullptr,
                                         nullptr);
+    }
+
+    HRESULT DeleteClass(const wchar_t* name) const {
+        return services->DeleteClass(CComBSTR(name), 0, nullptr, nullptr);
     }
 
     static HRESULT PutValue(IWbemClassObject* object, const wchar_t* name, _variant_t value,

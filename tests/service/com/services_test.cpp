@@ -1,9 +1,13 @@
-// What a connection is asked for, and what it says when it refuses.
+// How a connection comes about, what it is asked for, and what it says when it refuses.
+#include <pwd.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,6 +28,12 @@ class Real : Abstract {};
 [singleton] class Only { string P; };
 )";
 
+// An object that only looks like one of the service's.
+class Foreign final : public doubles::RefusingClassObject {
+ public:
+    explicit Foreign(std::atomic<long>& live) noexcept : RefusingClassObject(live) {}
+};
+
 class ServicesTest : public ServiceClient {
  protected:
     ServicesTest() { EXPECT_CODE(S_OK, Import(kSchema)) << TakeReason(); }
@@ -34,54 +44,30 @@ class ServicesTest : public ServiceClient {
         EXPECT_CODE(S_OK, PutValue(policy, L"Owner", L"me"));
         return policy;
     }
-
-    HRESULT CodeOf(std::wstring_view path) const {
-        ObjectPointer object;
-        return GetObject(path, object);
-    }
 };
 
 TEST_F(ServicesTest, PutInstanceKeepsItsConditions) {
     const auto policy = MakePolicy(L"a");
     EXPECT_CODE(WBEM_E_NOT_FOUND, PutInstance(policy, WBEM_FLAG_UPDATE_ONLY));
-    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Policy"), HasSubstr("\"a\"")));
     EXPECT_CODE(S_OK, PutInstance(policy, WBEM_FLAG_CREATE_ONLY));
     EXPECT_CODE(WBEM_E_ALREADY_EXISTS, PutInstance(policy, WBEM_FLAG_CREATE_ONLY));
-    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Policy"), HasSubstr("\"a\"")));
     EXPECT_CODE(S_OK, PutInstance(policy, WBEM_FLAG_UPDATE_ONLY));
     EXPECT_CODE(S_OK, PutInstance(policy, WBEM_FLAG_CREATE_OR_UPDATE));
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, PutInstance(policy, WBEM_FLAG_UPDATE_ONLY | WBEM_FLAG_CREATE_ONLY));
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, PutInstance(policy, 0x1000));
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, PutInstance(nullptr));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT, PutInstance(Get(L"Policy")));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT, services->PutClass(policy, 0, nullptr, nullptr));
-}
-
-TEST_F(ServicesTest, WhatMustHaveAValueIsNamed) {
-    const auto policy = Spawn(L"Policy");
-    EXPECT_CODE(WBEM_E_ILLEGAL_NULL, PutInstance(policy));
-    EXPECT_THAT(TakeReason(), HasSubstr("Policy.INSTANCE_ID"));
-    ASSERT_CODE(S_OK, PutValue(policy, L"INSTANCE_ID", L"a"));
-    EXPECT_CODE(WBEM_E_ILLEGAL_NULL, PutInstance(policy));
-    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Owner"), HasSubstr("Policy")));
-    ASSERT_CODE(S_OK, PutValue(policy, L"Owner", L""));
-    EXPECT_CODE(S_OK, PutInstance(policy)) << "an empty text is a value";
-    ASSERT_CODE(S_OK, PutValue(policy, L"INSTANCE_ID", L""));
-    EXPECT_CODE(S_OK, PutInstance(policy));
-    EXPECT_CODE(S_OK, CodeOf(L"Policy.INSTANCE_ID=\"\""));
-
-    const auto pair = Spawn(L"Pair");
-    ASSERT_CODE(S_OK, PutValue(pair, L"A", L"a"));
-    EXPECT_CODE(WBEM_E_ILLEGAL_NULL, PutInstance(pair));
-    EXPECT_THAT(TakeReason(), HasSubstr("Pair.B"));
+    std::atomic<long> live{0};
+    const ObjectPointer foreign(new Foreign(live)), definition = Get(L"Policy");
+    for (IWbemClassObject* wrong : {definition.p, foreign.p})
+        EXPECT_CODE(WBEM_E_INVALID_OBJECT, PutInstance(wrong));
+    for (IWbemClassObject* wrong : {policy.p, foreign.p})
+        EXPECT_CODE(WBEM_E_INVALID_OBJECT, services->PutClass(wrong, 0, nullptr, nullptr));
+    EXPECT_CODE(WBEM_E_INVALID_OBJECT, policy->CompareTo(0, foreign));
 }
 
 TEST_F(ServicesTest, AbstractClassesHaveNoInstances) {
     ObjectPointer instance;
     EXPECT_CODE(WBEM_E_INVALID_OPERATION, Get(L"Abstract")->SpawnInstance(0, &instance));
-    EXPECT_FALSE(instance.p);
-    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Abstract"), HasSubstr("abstract")));
-    EXPECT_TRUE(Spawn(L"Real").p);
     // One that was spawned before the class became abstract.
     const auto real = Spawn(L"Real");
     ASSERT_CODE(S_OK, PutValue(real, L"ID", L"r"));
@@ -99,19 +85,15 @@ TEST_F(ServicesTest, GetObjectGivesNothingOnAFault) {
         return result;
     };
     EXPECT_CODE(WBEM_E_NOT_FOUND, get(L"Policy.INSTANCE_ID=\"b\""));
-    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Policy"), HasSubstr("\"b\"")));
     EXPECT_CODE(WBEM_E_INVALID_CLASS, get(L"Nowhere.INSTANCE_ID=\"a\""));
-    EXPECT_THAT(TakeReason(), AllOf(HasSubstr("Nowhere"), HasSubstr("root\\Test")));
-    EXPECT_CODE(WBEM_E_INVALID_CLASS, get(L"Nowhere"));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(L"Policy.INSTANCE_ID=\"a"));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(L"Policy.INSTANCE_ID=\"a\"b\""));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(L"Policy.Days=7"));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(L"Policy=@"));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(L".INSTANCE_ID=\"\""));
+    for (const wchar_t* malformed :
+         {L"Policy.INSTANCE_ID=\"a", L"Policy.INSTANCE_ID=\"a\"b\"", L"Policy.Days=7", L"Policy=7",
+          L"Policy=@", L".INSTANCE_ID=\"\"", L"Pair.A=\"x\""})
+        EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(malformed)) << Narrow(std::wstring_view(malformed));
+    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(std::wstring_view(L"Policy\0", 7)));
     EXPECT_CODE(WBEM_E_INVALID_NAMESPACE, get(L"\\\\.\\root\\Nowhere:Policy"));
     EXPECT_CODE(WBEM_E_NOT_SUPPORTED, get(L"\\\\elsewhere\\root\\Test:Policy"));
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, get(L"Policy.INSTANCE_ID=\"\xD800\""));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, get(std::wstring_view(L"Policy\0", 7)));
     ObjectPointer object;
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER,
                 services->GetObject(CComBSTR(L"Policy"), 0x1000, nullptr, &object, nullptr));
@@ -122,35 +104,28 @@ TEST_F(ServicesTest, GetObjectGivesNothingOnAFault) {
 // A caller's path has 255 units at most; what that cuts off is a malformed path.
 TEST_F(ServicesTest, PathsOfAnyKindFindTheInstance) {
     ASSERT_CODE(S_OK, PutInstance(MakePolicy(L"a")));
-    const auto only = Spawn(L"Only");
-    ASSERT_CODE(S_OK, PutValue(only, L"P", L"p"));
-    ASSERT_CODE(S_OK, PutInstance(only));
-    const auto pair = Spawn(L"Pair");
-    ASSERT_CODE(S_OK, PutValue(pair, L"A", L"x"));
-    ASSERT_CODE(S_OK, PutValue(pair, L"B", -1L));
-    ASSERT_CODE(S_OK, PutInstance(pair));
+    ASSERT_CODE(S_OK,
+                Import("instance of Only { P = \"p\"; }; instance of Pair { A = \"x\"; B = 4294967295; };"));
     for (const wchar_t* path : {L"Policy.INSTANCE_ID=\"a\"", L"policy.instance_id='A'", L"Policy=\"a\"",
                                 L"\\\\.\\root\\Test:Policy=\"a\"",
                                 L"//localhost/ROOT/test:Policy.INSTANCE_ID=\"a\"", L"root\\Test:Policy=\"a\"",
                                 L"Only=@", L"Pair.A=\"x\",B=4294967295", L"Pair.b=4294967295,a=\"X\""}) {
         EXPECT_CODE(S_OK, CodeOf(path)) << Narrow(std::wstring_view(path));
     }
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, CodeOf(L"Pair.A=\"x\""));
     const std::wstring whole = L"Policy.INSTANCE_ID=\"" + std::wstring(300, L'k') + L"\"";
     EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, CodeOf(whole.substr(0, 255)));
     EXPECT_CODE(WBEM_E_NOT_FOUND, CodeOf(whole));
 }
 
 TEST_F(ServicesTest, IdsMayHoldAnything) {
-    const std::vector<std::wstring> ids = {L"\"quoted\" 'both'",
-                                           L"back\\slash",
-                                           L"line\nfeed",
-                                           std::wstring(L"a\0b", 3),
-                                           L"\x1F600",
-                                           std::wstring(300, L'i'),
-                                           std::wstring(60'000, L'i'),
-                                           std::wstring(20'000, L'\xE4')};
-    for (const std::wstring& id : ids) {
+    const std::wstring odd = L"\"quoted\" 'both'", slash = L"back\\slash", zero(L"\n\0b", 3);
+    for (const std::wstring& id : {odd,
+                                   slash,
+                                   zero,
+                                   {L"\x1F600"},
+                                   std::wstring(300, L'i'),
+                                   std::wstring(60'000, L'i'),
+                                   std::wstring()}) {
         ASSERT_CODE(S_OK, PutInstance(MakePolicy(id))) << TakeReason();
         std::wstring path = L"Policy.INSTANCE_ID=\"";
         for (const wchar_t unit : id) {
@@ -164,8 +139,6 @@ TEST_F(ServicesTest, IdsMayHoldAnything) {
         EXPECT_CODE(S_OK, DeleteInstance(path));
         EXPECT_CODE(WBEM_E_NOT_FOUND, CodeOf(path));
     }
-    const auto policy = Spawn(L"Policy");
-    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, PutValue(policy, L"INSTANCE_ID", L"\xDC00"));
     ASSERT_CODE(S_OK, PutInstance(MakePolicy(L"c:\\data\\x")));
     EXPECT_CODE(S_OK, CodeOf(L"Policy.INSTANCE_ID=\"c:\\data\\x\"")) << "single backslashes need no escape";
 }
@@ -174,16 +147,14 @@ TEST_F(ServicesTest, DeleteInstanceDeletesInstancesOnly) {
     ASSERT_CODE(S_OK, PutInstance(MakePolicy(L"a")));
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, DeleteInstance(L"Policy"));
     EXPECT_THAT(TakeReason(), HasSubstr("Policy"));
-    EXPECT_CODE(WBEM_E_NOT_FOUND, DeleteInstance(L"Policy=\"b\""));
     EXPECT_CODE(WBEM_E_INVALID_CLASS, DeleteInstance(L"Nowhere=\"a\""));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, DeleteInstance(L""));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, DeleteInstance(L".INSTANCE_ID=\"\""));
-    EXPECT_CODE(WBEM_E_CLASS_HAS_INSTANCES, services->DeleteClass(CComBSTR(L"Policy"), 0, nullptr, nullptr));
-    EXPECT_CODE(WBEM_E_INVALID_PARAMETER,
-                services->DeleteClass(CComBSTR(L"Policy=\"a\""), 0, nullptr, nullptr));
+    for (const wchar_t* path : {L"", L".INSTANCE_ID=\"\""})
+        EXPECT_CODE(WBEM_E_INVALID_OBJECT_PATH, DeleteInstance(path));
+    EXPECT_CODE(WBEM_E_CLASS_HAS_INSTANCES, DeleteClass(L"Policy"));
+    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, DeleteClass(L"Policy=\"a\""));
     EXPECT_CODE(S_OK, DeleteInstance(L"POLICY=\"A\""));
     EXPECT_CODE(WBEM_E_NOT_FOUND, DeleteInstance(L"Policy=\"a\""));
-    EXPECT_CODE(S_OK, services->DeleteClass(CComBSTR(L"Policy"), 0, nullptr, nullptr));
+    EXPECT_CODE(S_OK, DeleteClass(L"Policy"));
 }
 
 TEST_F(ServicesTest, NamespacesAreInstances) {
@@ -207,34 +178,112 @@ TEST_F(ServicesTest, NamespacesAreInstances) {
 }
 
 TEST_F(ServicesTest, TheErrorObjectIsOfTheLastFault) {
-    EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(L"First"));
-    EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(L"Second"));
+    for (const wchar_t* name : {L"First", L"Second"})
+        EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(name));
+    EXPECT_THAT(TakeReason(), HasSubstr("Second"));
+    EXPECT_EQ(TakeReason(), "");
+    EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(L"Third"));
     CComPtr<IErrorInfo> info;
     ASSERT_CODE(S_OK, GetErrorInfo(0, &info));
-    CComBSTR text;
-    info->GetDescription(&text);
-    EXPECT_THAT(Narrow(text.m_str), HasSubstr("Second"));
     CComPtr<IErrorCode> code;
     ASSERT_CODE(S_OK, info.QueryInterface(&code));
     HRESULT reported = S_OK;
     code->GetCode(&reported);
     EXPECT_CODE(WBEM_E_INVALID_CLASS, reported);
-    EXPECT_EQ(TakeReason(), "");
 }
 
-// An object that only looks like one of the service's.
-class Foreign final : public doubles::RefusingClassObject {
- public:
-    explicit Foreign(std::atomic<long>& live) noexcept : RefusingClassObject(live) {}
+class ConnectionTest : public ServiceClient {
+ protected:
+    HRESULT SetIdentity(const wchar_t* user_name, const wchar_t* domain, const wchar_t* password) const {
+        const auto text = [](const wchar_t* of) {
+            return reinterpret_cast<decltype(COAUTHIDENTITY::User)>(const_cast<wchar_t*>(of));
+        };
+        const auto length = [](const wchar_t* of) { return of ? static_cast<ULONG>(wcslen(of)) : 0; };
+        COAUTHIDENTITY identity{};
+        identity.User = text(user_name), identity.UserLength = length(user_name);
+        identity.Domain = text(domain), identity.DomainLength = length(domain);
+        identity.Password = text(password), identity.PasswordLength = length(password);
+        identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
+        return CoSetProxyBlanket(services, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
+                                 RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, &identity, EOAC_NONE);
+    }
+
+    const std::string user = getpwuid(geteuid())->pw_name;
+    const std::wstring account{user.begin(), user.end()};
+    ServicesPointer connected;
 };
 
-TEST_F(ServicesTest, AnObjectOfSomebodyElseIsRefused) {
-    std::atomic<long> live{0};
-    ObjectPointer foreign;
-    foreign = new Foreign(live);
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT, PutInstance(foreign));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT, services->PutClass(foreign, 0, nullptr, nullptr));
-    EXPECT_CODE(WBEM_E_INVALID_OBJECT, Spawn(L"Policy")->CompareTo(0, foreign));
+TEST_F(ConnectionTest, ANamespaceThatIsNotThereIsNamed) {
+    for (const wchar_t* path : {L"\\\\.\\root\\Nowhere", L"root\\Nowhere", L"//./root/Nowhere"}) {
+        EXPECT_CODE(WBEM_E_INVALID_NAMESPACE, Connect(path, connected));
+        EXPECT_FALSE(connected.p);
+        EXPECT_THAT(TakeReason(), AllOf(HasSubstr("root\\Nowhere"), HasSubstr(store)));
+    }
+    for (const wchar_t* path : {L"", L"\\\\.\\", L"root\\", L"root\\a b", L"\\\\.\\root\\A:Class"})
+        EXPECT_CODE(WBEM_E_INVALID_NAMESPACE, Connect(path, connected)) << Narrow(std::wstring_view(path));
+    EXPECT_CODE(WBEM_E_NOT_SUPPORTED, Connect(L"\\\\elsewhere\\root", connected));
+    EXPECT_CODE(S_OK, Connect(L"\\\\.\\root", connected)) << "every store has its root";
+    EXPECT_CODE(S_OK, Connect(L"\\\\LOCALHOST\\ROOT", connected));
+    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, Connect(L"root\\\xD800", connected));
+    CComPtr<IWbemLocator> locator;
+    ASSERT_CODE(S_OK, locator.CoCreateInstance(CLSID_WbemLocator));
+    EXPECT_CODE(WBEM_E_INVALID_PARAMETER, locator->ConnectServer(CComBSTR(L"root"), nullptr, nullptr, nullptr,
+                                                                 0, nullptr, nullptr, nullptr));
+    EXPECT_CODE(WBEM_E_INVALID_NAMESPACE,
+                locator->ConnectServer(nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, &connected));
+}
+
+TEST_F(ConnectionTest, AnUnreadableStoreIsAStatus) {
+    std::ofstream(store) << "a file where the directory should be";
+    EXPECT_CODE(WBEM_E_NOT_AVAILABLE, Connect(L"root", connected));
+    EXPECT_THAT(TakeReason(), HasSubstr(store));
+    std::filesystem::remove(store);
+
+    std::filesystem::create_directory(store);
+    std::ofstream(store + "/data.mdb") << std::string(100'000, 'x');
+    EXPECT_CODE(WBEM_E_CRITICAL_ERROR, Connect(L"root", connected));
+    EXPECT_THAT(TakeReason(), HasSubstr(store + "/data.mdb"));
+    EXPECT_FALSE(connected.p);
+    EXPECT_CODE(WBEM_E_CRITICAL_ERROR, Import("class A { [key] string ID; };"));
+    std::filesystem::remove_all(store);
+    EXPECT_CODE(S_OK, Connect(L"root", connected)) << "the next attempt starts anew";
+}
+
+TEST_F(ConnectionTest, AnotherIdentityIsRefusedAndNotReplaced) {
+    ASSERT_CODE(S_OK, Import("class A { [key] string ID; };"));
+    const auto held = Spawn(L"A");
+    ASSERT_CODE(S_OK, PutValue(held, L"ID", L"a"));
+    for (const wchar_t* none : {static_cast<const wchar_t*>(nullptr), L"a password without a user"})
+        EXPECT_CODE(S_OK, SetIdentity(nullptr, nullptr, none));
+    for (const std::wstring& other :
+         {std::wstring(L"nobody-here"), {}, account + L"x", account + L"@elsewhere", {L"\xD800"}}) {
+        EXPECT_CODE(WBEM_E_ACCESS_DENIED, SetIdentity(other.c_str(), nullptr, L"x")) << Narrow(other);
+        ObjectPointer object;
+        EXPECT_CODE(WBEM_E_ACCESS_DENIED, GetObject(L"A", object));
+        EXPECT_FALSE(object.p);
+        EXPECT_CODE(WBEM_E_ACCESS_DENIED, PutInstance(held));
+        EXPECT_CODE(WBEM_E_ACCESS_DENIED, DeleteInstance(L"A=\"a\""));
+        CComPtr<IEnumWbemClassObject> classes;
+        EXPECT_CODE(WBEM_E_ACCESS_DENIED, services->CreateClassEnum(nullptr, 0, nullptr, &classes));
+    }
+    EXPECT_CODE(WBEM_E_ACCESS_DENIED, SetIdentity(account.c_str(), L"OTHERDOMAIN", L"x"));
+    EXPECT_THAT(TakeReason(), HasSubstr("OTHERDOMAIN"));
+    EXPECT_CODE(S_OK, SetIdentity(account.c_str(), nullptr, nullptr));
+    EXPECT_CODE(S_OK, PutInstance(held)) << "an accepted identity takes the refusal back";
+    EXPECT_CODE(S_OK, SetIdentity(account.c_str(), L".", nullptr));
+    EXPECT_CODE(S_OK, SetIdentity(account.c_str(), L"LocalHost", L""));
+    EXPECT_CODE(S_OK, SetIdentity((account + L"@localhost").c_str(), nullptr, L""));
+
+    CComPtr<IWbemLocator> locator;
+    ASSERT_CODE(S_OK, locator.CoCreateInstance(CLSID_WbemLocator));
+    const auto connect_as = [&](const wchar_t* name) {
+        return locator->ConnectServer(CComBSTR(kNamespace), CComBSTR(name), nullptr, nullptr, 0, nullptr,
+                                      nullptr, &connected);
+    };
+    EXPECT_CODE(WBEM_E_ACCESS_DENIED, connect_as(L"nobody-here"));
+    EXPECT_FALSE(connected.p);
+    EXPECT_CODE(S_OK, connect_as(account.c_str()));
+    EXPECT_CODE(S_OK, connected->PutInstance(held, 0, nullptr, nullptr)) << "of another connection";
 }
 
 }  // namespace

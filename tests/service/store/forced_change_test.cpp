@@ -29,22 +29,7 @@ class ForcedChangeTest : public RepositoryFixture {
     }
 
     int32_t Force(const ClassDeclaration& declaration) {
-        last = repository->Write([&](RepositoryWriter& writer) {
-            bool is_changed = false;
-            return writer.PutClass(space, declaration, PutCondition::kCreateOrUpdate, is_changed,
-                                   ClassUpdate::kForced);
-        });
-        return last.code();
-    }
-    int32_t ForceDeletion(const std::string& name) {
-        last = repository->Write(
-            [&](RepositoryWriter& writer) { return writer.DeleteClass(space, name, ClassUpdate::kForced); });
-        return last.code();
-    }
-    Value Read(const std::string& path_text, const std::string& property) {
-        const auto instance = Get(path_text);
-        EXPECT_OK(instance);
-        return instance.ok() ? ReadValueOf(*instance, property) : Value();
+        return PutClass(declaration, PutCondition::kCreateOrUpdate, ClassUpdate::kForced);
     }
     uint64_t LastChange() { return ChangesAfter(*repository->store(), 0).size(); }
     std::vector<ChangeKind> KindsAfter(uint64_t number) {
@@ -71,24 +56,19 @@ TEST_F(ForcedChangeTest, TheNumberOfInstancesInTheWayIsTold) {
     ASSERT_EQ(PutInstance("Policy", {{"ID", "bare"s}, {"Tags", Array{"a"s, "b"s}}}), 0);
     ASSERT_EQ(PutInstance("Sub", {{"ID", "s"s}, {"Name", "n"s}}), 0);
 
-    PropertyDeclaration shorter = ArrayProperty("Tags", CimType::kString);
-    shorter.type.max_elements = 1;
     const PropertyDeclaration tags = ArrayProperty("Tags", CimType::kString);
-    const struct {
-        ClassDeclaration declaration;
-        std::string what, count;
-    } refused[] = {
-        {policy({tags}), "drops the property Name",
-         "5 instances (3 instances of class Policy, 1 instance of class Sub, "
-         "1 instance of class Holder with objects in them)"},
-        {policy({Property("Name", CimType::kUint8), tags}), "from string to uint8", "5 instances"},
-        {policy({name, shorter}), "shortens the property Tags to 1", "1 instance ("},
-        {policy({name, tags, Key("Second")}), "keys from ID to ID, Second", "5 instances"},
+    PropertyDeclaration shorter = tags;
+    shorter.type.max_elements = 1;
+    const auto refused = [&](const ClassDeclaration& declaration, const char* what, const char* count) {
+        EXPECT_EQ(PutClass(declaration), WBEM_E_CLASS_HAS_INSTANCES);
+        EXPECT_THAT(last.reason(), AllOf(HasSubstr("Policy"), HasSubstr(what), HasSubstr(count)));
     };
-    for (const auto& each : refused) {
-        EXPECT_EQ(PutClass(each.declaration), WBEM_E_CLASS_HAS_INSTANCES);
-        EXPECT_THAT(last.reason(), AllOf(HasSubstr("Policy"), HasSubstr(each.what), HasSubstr(each.count)));
-    }
+    refused(policy({tags}), "drops the property Name",
+            "5 instances (3 instances of class Policy, 1 instance of class Sub, "
+            "1 instance of class Holder with objects in them)");
+    refused(policy({Property("Name", CimType::kUint8), tags}), "from string to uint8", "5 instances");
+    refused(policy({name, shorter}), "shortens the property Tags to 1", "1 instance (");
+    refused(policy({name, tags, Key("Second")}), "keys from ID to ID, Second", "5 instances");
     EXPECT_EQ(DeleteClass("Policy"), WBEM_E_CLASS_HAS_CHILDREN);
     EXPECT_THAT(last.reason(), AllOf(HasSubstr("1 subclass"), HasSubstr("Sub")));
     EXPECT_EQ(DeleteClass("Sub"), WBEM_E_CLASS_HAS_INSTANCES);
@@ -175,7 +155,7 @@ TEST_F(ForcedChangeTest, DeletionTakesAllWithIt) {
     for (const char* id : {"a", "b"})
         ASSERT_EQ(PutInstance("Sub", {{"ID", std::string(id)}}), 0);
     const uint64_t before = LastChange();
-    ASSERT_EQ(ForceDeletion("Base"), 0) << last.reason();
+    ASSERT_EQ(DeleteClass("Base", ClassUpdate::kForced), 0) << last.reason();
     EXPECT_EQ(repository->FindClass(space, "Sub").code(), WBEM_E_INVALID_CLASS);
     EXPECT_EQ(Read(PathOf("Holder", "h"), "Held"), Value());
     EXPECT_THAT(KindsAfter(before),
@@ -213,46 +193,43 @@ TEST_F(ForcedChangeTest, ManyInstancesAreConvertedOnceEach) {
 }
 
 TEST(ValueConversion, NothingIsLost) {
-    const auto type = [](CimType of, bool is_array = false) { return PropertyType{of, is_array, 0, {}}; };
-    const auto text = type(CimType::kString);
-    const auto big = uint64_t{1} << 53;
+    using enum CimType;
     const struct {
-        PropertyType from, to;
+        CimType from, to;
         Value value;
         std::optional<Value> expected;
-    } cases[] = {
-        {text, type(CimType::kSint32), "-5"s, int64_t{-5}},
-        {text, type(CimType::kUint8), "256"s, {}},
-        {text, type(CimType::kUint8), "007"s, {}},
-        {text, type(CimType::kUint8), "7 "s, {}},
-        {text, type(CimType::kReal64), "0.1"s, 0.1},
-        {text, type(CimType::kBoolean), "TRUE"s, true},
-        {text, type(CimType::kDatetime), "20260101"s, {}},
-        {text, type(CimType::kString, true), "a"s, Value(Array{"a"s})},
-        {type(CimType::kString, true), text, Array{"a"s}, Value("a"s)},
-        {type(CimType::kString, true), text, Array{"a"s, "b"s}, {}},
-        {type(CimType::kUint64), type(CimType::kSint64), UINT64_MAX, {}},
-        {type(CimType::kUint64), type(CimType::kReal64), big, 0x1p53},
-        {type(CimType::kUint64), type(CimType::kReal64), big + 1, {}},
-        {type(CimType::kUint64), type(CimType::kReal64), UINT64_MAX, {}},
-        {type(CimType::kReal64), type(CimType::kUint64), 0x1p63, uint64_t{1} << 63},
-        {type(CimType::kReal64), type(CimType::kSint32), 2.5, {}},
-        {type(CimType::kReal64), type(CimType::kReal32), 0.1, {}},
-        {type(CimType::kReal64), text, 0.1, Value("0.1"s)},
-        {type(CimType::kReal32), text, double{0.1F}, Value("0.1"s)},
-        {type(CimType::kReal64), text, -INFINITY, Value("-INF"s)},
-        {type(CimType::kReal64), text, -NAN, Value("NaN"s)},
-        {text, type(CimType::kReal32), "0.1"s, double{0.1F}},
-        {text, type(CimType::kReal32), "0.10000000149011612"s, double{0.1F}},
-        {text, type(CimType::kReal64), "-INF"s, -INFINITY},
-        {text, type(CimType::kReal64), "inf"s, {}},
-        {text, type(CimType::kReal32), "1e-50"s, {}},
-        {type(CimType::kChar16), text, uint64_t{65}, {}},
-        {type(CimType::kUint32), type(CimType::kUint16), Value(), Value()},
-    };
+    } cases[] = {{kString, kSint32, "-5"s, int64_t{-5}},
+                 {kString, kUint8, "256"s, {}},
+                 {kString, kUint8, "007"s, {}},
+                 {kString, kUint8, "7 "s, {}},
+                 {kString, kReal64, "0.1"s, 0.1},
+                 {kString, kBoolean, "TRUE"s, true},
+                 {kString, kDatetime, "20260101"s, {}},
+                 {kUint64, kSint64, UINT64_MAX, {}},
+                 {kUint64, kReal64, uint64_t{1} << 53, 0x1p53},
+                 {kUint64, kReal64, (uint64_t{1} << 53) + 1, {}},
+                 {kUint64, kReal64, UINT64_MAX, {}},
+                 {kReal64, kUint64, 0x1p63, uint64_t{1} << 63},
+                 {kReal64, kSint32, 2.5, {}},
+                 {kReal64, kReal32, 0.1, {}},
+                 {kReal64, kString, 0.1, Value("0.1"s)},
+                 {kReal32, kString, double{0.1F}, Value("0.1"s)},
+                 {kReal64, kString, -INFINITY, Value("-INF"s)},
+                 {kReal64, kString, -NAN, Value("NaN"s)},
+                 {kString, kReal32, "0.1"s, double{0.1F}},
+                 {kString, kReal32, "0.10000000149011612"s, double{0.1F}},
+                 {kString, kReal64, "-INF"s, -INFINITY},
+                 {kString, kReal64, "inf"s, {}},
+                 {kString, kReal32, "1e-50"s, {}},
+                 {kChar16, kString, uint64_t{65}, {}},
+                 {kUint32, kUint16, Value(), Value()}};
     for (const auto& each : cases)
-        EXPECT_EQ(ConvertedValue(each.from, each.to, each.value), each.expected)
-            << DescribeType(each.from) << " to " << DescribeType(each.to);
+        EXPECT_EQ(ConvertedValue(One(each.from), One(each.to), each.value), each.expected)
+            << CimTypeName(each.from) << " to " << CimTypeName(each.to);
+    const PropertyType text = One(kString), texts = Many(kString);
+    EXPECT_EQ(ConvertedValue(text, texts, "a"s), Value(Array{"a"s}));
+    EXPECT_EQ(ConvertedValue(texts, text, Array{"a"s}), Value("a"s));
+    EXPECT_EQ(ConvertedValue(texts, text, Array{"a"s, "b"s}), std::nullopt);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <limits>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -49,14 +48,21 @@ constexpr CimType kAllTypes[] = {CimType::kSint8,  CimType::kUint8,    CimType::
                                  CimType::kReal32, CimType::kReal64,   CimType::kChar16,    CimType::kBoolean,
                                  CimType::kString, CimType::kDatetime, CimType::kReference, CimType::kObject};
 
+std::string CodeOf(CimType type) {
+    return std::to_string(static_cast<int>(type));
+}
+
+Value ValueOf(const Scalar& scalar) {
+    return std::visit([](const auto& held) -> Value { return held; }, scalar);
+}
+
 // Every type alone and as an array: "P8", "A8", ...
 ClassPtr WideClass() {
     static const ClassPtr wide = [] {
         std::vector<PropertyDeclaration> properties = {Key("ID")};
         for (const CimType type : kAllTypes) {
-            const std::string code = std::to_string(static_cast<int>(type));
-            properties.push_back(Property("P" + code, type));
-            properties.push_back(ArrayProperty("A" + code, type));
+            properties.push_back(Property("P" + CodeOf(type), type));
+            properties.push_back(ArrayProperty("A" + CodeOf(type), type));
         }
         return Resolved(Declare("Wide", properties));
     }();
@@ -104,11 +110,9 @@ Instance FullInstance() {
     Instance instance(WideClass());
     EXPECT_OK(SetProperty(instance, "ID", "full"s));
     for (const CimType type : kAllTypes) {
-        const std::string code = std::to_string(static_cast<int>(type));
         const std::vector<Scalar> values = BoundaryValues(type);
-        EXPECT_OK(SetProperty(instance, "P" + code,
-                              std::visit([](const auto& v) -> Value { return v; }, values.back())));
-        EXPECT_OK(SetProperty(instance, "A" + code, Array(values.begin(), values.end())));
+        EXPECT_OK(SetProperty(instance, "P" + CodeOf(type), ValueOf(values.back())));
+        EXPECT_OK(SetProperty(instance, "A" + CodeOf(type), Array(values.begin(), values.end())));
     }
     return instance;
 }
@@ -143,12 +147,9 @@ void Reseal(std::string& record) {
 
 TEST(RecordCodec, EveryValueComesBack) {
     for (const CimType type : kAllTypes) {
-        const std::string code = std::to_string(static_cast<int>(type));
-        const std::vector<Scalar> values = BoundaryValues(type);
-        for (const Scalar& value : values) {
+        for (const Scalar& value : BoundaryValues(type)) {
             Instance instance(WideClass());
-            ASSERT_OK(SetProperty(instance, "P" + code,
-                                  std::visit([](const auto& v) -> Value { return v; }, value)));
+            ASSERT_OK(SetProperty(instance, "P" + CodeOf(type), ValueOf(value)));
             const auto back = DecodeInstance(WideClass(), Encoded(instance), Classes());
             ASSERT_OK(back);
             EXPECT_TRUE(SameInstance(*back, instance)) << CimTypeName(type);
@@ -162,53 +163,22 @@ TEST(RecordCodec, EveryValueComesBack) {
     EXPECT_EQ(Encoded(*back), Encoded(full)) << "what was read and not changed has the same record";
 }
 
-TEST(RecordCodec, NullEmptyAndNeverSetStayApart) {
-    const ClassPtr definition =
-        Resolved(Declare("C", {Property("S", CimType::kString, "default"s),
-                               ArrayProperty("A", CimType::kString), Property("N", CimType::kUint8)}));
-    Instance instance(definition);
-    ASSERT_OK(SetProperty(instance, "S", {}));
-    ASSERT_OK(SetProperty(instance, "A", Array{}));
-    const auto back = DecodeInstance(definition, Encoded(instance), nullptr);
-    ASSERT_OK(back);
-    EXPECT_EQ(ReadValueOf(*back, "S"), Value());
-    EXPECT_EQ(ReadValueOf(*back, "A"), Value(Array{}));
-
-    ASSERT_OK(SetProperty(instance, "S", ""s));
-    ASSERT_OK(SetProperty(instance, "A", Array{{}, ""s, {}, "a"s}));
-    const auto again = DecodeInstance(definition, Encoded(instance), nullptr);
-    EXPECT_EQ(ReadValueOf(*again, "S"), Value(""s));
-    EXPECT_EQ(ReadValueOf(*again, "A"), Value(Array{{}, ""s, {}, "a"s}));
-
-    const auto unset = DecodeInstance(definition, Encoded(Instance(definition)), nullptr);
-    EXPECT_EQ(ReadValueOf(*unset, "S"), Value("default"s));
-}
-
-// An instance that was read, changed at one place and written again keeps all the others.
-TEST(RecordCodec, AChangeKeepsTheRest) {
-    auto back = DecodeInstance(WideClass(), Encoded(FullInstance()), Classes());
-    ASSERT_OK(back);
-    ASSERT_OK(SetProperty(*back, "P8", "changed"s));
-    back->Unset(*WideClass()->FindProperty(std::string_view("A8")));
-    const auto again = DecodeInstance(WideClass(), Encoded(*back), Classes());
-    ASSERT_OK(again);
-    Instance expected = FullInstance();
-    ASSERT_OK(SetProperty(expected, "P8", "changed"s));
-    expected.Unset(*WideClass()->FindProperty(std::string_view("A8")));
-    EXPECT_TRUE(SameInstance(*again, expected));
+// A little of every kind.
+std::string SmallRecord() {
+    Instance small(WideClass());
+    EXPECT_OK(SetProperty(small, "ID", "k"s));
+    EXPECT_OK(SetProperty(small, "P19", uint64_t{7}));
+    EXPECT_OK(SetProperty(small, "A8", Array{"a"s, {}, "b"s}));
+    EXPECT_OK(SetProperty(small, "A18", Array{uint64_t{1}, uint64_t{2}}));
+    EXPECT_OK(SetProperty(small, "P13", InnerObject("in")));
+    EXPECT_OK(SetProperty(small, "A13", Array{InnerObject("one"), {}, InnerObject("two")}));
+    return Encoded(small);
 }
 
 TEST(RecordCodec, ADamagedRecordIsRefused) {
-    Instance instance(WideClass());
-    ASSERT_OK(SetProperty(instance, "ID", "k"s));
-    ASSERT_OK(SetProperty(instance, "A8", Array{"a"s, {}, "b"s}));
-    ASSERT_OK(SetProperty(instance, "P13", InnerObject("in")));
-    const std::string record = Encoded(instance);
-    for (size_t size = 0; size < record.size(); ++size) {
-        const auto cut = DecodeInstance(WideClass(), record.substr(0, size), Classes());
-        EXPECT_EQ(cut.code(), WBEM_E_CRITICAL_ERROR) << size;
-    }
+    const std::string record = SmallRecord();
     for (size_t i = 0; i < record.size(); ++i) {
+        EXPECT_EQ(DecodeInstance(WideClass(), record.substr(0, i), Classes()).code(), WBEM_E_CRITICAL_ERROR);
         std::string changed = record;
         changed[i] = static_cast<char>(changed[i] ^ 0x10);
         EXPECT_EQ(DecodeInstance(WideClass(), changed, Classes()).code(), WBEM_E_CRITICAL_ERROR) << i;
@@ -219,14 +189,7 @@ TEST(RecordCodec, ADamagedRecordIsRefused) {
 
 // A right checksum over wrong contents must not lead outside the record, nor anywhere else.
 TEST(RecordCodec, SealedNonsenseGivesAStatusOrAValue) {
-    Instance small(WideClass());
-    ASSERT_OK(SetProperty(small, "ID", "k"s));
-    ASSERT_OK(SetProperty(small, "P19", uint64_t{7}));
-    ASSERT_OK(SetProperty(small, "A8", Array{"a"s, {}, "b"s}));
-    ASSERT_OK(SetProperty(small, "A18", Array{uint64_t{1}, uint64_t{2}}));
-    ASSERT_OK(SetProperty(small, "P13", InnerObject("in")));
-    ASSERT_OK(SetProperty(small, "A13", Array{InnerObject("one"), {}, InnerObject("two")}));
-    const std::string record = Encoded(small);
+    const std::string record = SmallRecord();
     std::string sealed = record;
     Reseal(sealed);
     ASSERT_EQ(sealed, record) << "the test seals as the codec does";
@@ -238,14 +201,11 @@ TEST(RecordCodec, SealedNonsenseGivesAStatusOrAValue) {
     for (size_t size = 0; size <= record.size(); ++size)
         look(record.substr(0, size));
     for (size_t i = kChecksumBytes; i < record.size(); ++i) {
-        for (int bit = 0; bit < 8; ++bit) {
+        const int byte = record[i];
+        for (const int other : {byte ^ 1, byte ^ 2, byte ^ 4, byte ^ 8, byte ^ 16, byte ^ 32, byte ^ 64,
+                                byte ^ 128, 0, 0x7F, 0xFF}) {
             std::string changed = record;
-            changed[i] = static_cast<char>(changed[i] ^ (1 << bit));
-            look(changed);
-        }
-        for (const char extreme : {'\0', '\x7F', '\xFF'}) {
-            std::string changed = record;
-            changed[i] = extreme;
+            changed[i] = static_cast<char>(other);
             look(changed);
         }
     }
@@ -291,30 +251,19 @@ TEST(RecordCodec, ClassesComeBackAsDeclared) {
     ASSERT_OK(EncodeClass(*back, again));
     EXPECT_EQ(again, bytes);
     EXPECT_EQ(back->class_id, 42U);
-    EXPECT_EQ(back->declaration.superclass, "Base");
-    ASSERT_EQ(back->declaration.properties.size(), sample.declaration.properties.size());
-    for (size_t i = 0; i < sample.declaration.properties.size(); ++i) {
-        const PropertyDeclaration& was = sample.declaration.properties[i];
-        const PropertyDeclaration& is = back->declaration.properties[i];
-        EXPECT_EQ(is.name, was.name);
-        EXPECT_EQ(DescribeType(is.type), DescribeType(was.type));
-        EXPECT_TRUE(SameValue(is.default_value, was.default_value)) << was.name;
-        EXPECT_EQ(is.ordinal, was.ordinal);
-        EXPECT_EQ(is.qualifiers.size(), was.qualifiers.size());
-    }
-    EXPECT_TRUE(SameValue(back->declaration.qualifiers.at(0).value, sample.declaration.qualifiers[0].value));
-    EXPECT_EQ(back->declaration.qualifiers.at(0).flavor, sample.declaration.qualifiers[0].flavor);
-    EXPECT_EQ(back->declaration.qualifiers.at(1).value, Value());
+    EXPECT_EQ(back->declaration.properties.at(2).name, "N");
+    EXPECT_TRUE(SameValue(back->declaration.properties[2].default_value, int64_t{-128}));
+    EXPECT_TRUE(SameValue(back->declaration.qualifiers.at(0).value, Array{"x"s, "y"s}));
+    EXPECT_EQ(bytes.at(4), 1) << "without methods it has the form that it had before there were any";
 }
 
 TEST(RecordCodec, DamagedClassesAreRefusedOrAreClasses) {
     std::string bytes;
     ASSERT_OK(EncodeClass(SampleClass(), bytes));
-    for (size_t size = 0; size < bytes.size(); ++size)
-        EXPECT_EQ(DecodeClass(bytes.substr(0, size)).code(), WBEM_E_CRITICAL_ERROR) << size;
     for (size_t i = 0; i < bytes.size(); ++i) {
+        EXPECT_EQ(DecodeClass(bytes.substr(0, i)).code(), WBEM_E_CRITICAL_ERROR) << i;
         for (const int change : {1, 0x20, 0x80, 0xFF}) {
-            std::string changed = bytes;
+            std::string changed = bytes, again;
             changed[i] = static_cast<char>(changed[i] ^ change);
             EXPECT_EQ(DecodeClass(changed).code(), WBEM_E_CRITICAL_ERROR) << i;
             Reseal(changed);
@@ -322,7 +271,6 @@ TEST(RecordCodec, DamagedClassesAreRefusedOrAreClasses) {
             if (!sealed.ok()) continue;
             // What it says may be odd: then it is refused where classes are.
             static_cast<void>(Resolve(sealed->declaration).ok());
-            std::string again;
             static_cast<void>(EncodeClass(*sealed, again).ok());
         }
     }

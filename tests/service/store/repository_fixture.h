@@ -42,16 +42,18 @@ class RepositoryFixture : public testing::Test {
 
     // What a declaration of the class as it is now gives: the fault's code, or 0.
     int32_t PutClass(const ClassDeclaration& declaration,
-                     PutCondition condition = PutCondition::kCreateOrUpdate) {
+                     PutCondition condition = PutCondition::kCreateOrUpdate,
+                     ClassUpdate update = ClassUpdate::kSafe) {
         last = repository->Write([&](RepositoryWriter& writer) {
             bool is_changed = false;
-            return writer.PutClass(space, declaration, condition, is_changed);
+            return writer.PutClass(space, declaration, condition, is_changed, update);
         });
         return last.code();
     }
 
-    int32_t DeleteClass(const std::string& name) {
-        last = repository->Write([&](RepositoryWriter& writer) { return writer.DeleteClass(space, name); });
+    int32_t DeleteClass(const std::string& name, ClassUpdate update = ClassUpdate::kSafe) {
+        last = repository->Write(
+            [&](RepositoryWriter& writer) { return writer.DeleteClass(space, name, update); });
         return last.code();
     }
 
@@ -92,15 +94,19 @@ class RepositoryFixture : public testing::Test {
         return last.code();
     }
 
+    Value Read(const std::string& path_text, const std::string& property) {
+        const auto instance = Get(path_text);
+        EXPECT_OK(instance);
+        return instance.ok() ? ReadValueOf(*instance, property) : Value();
+    }
+
     // Of the class itself.
     std::vector<std::string> IdsOf(const std::string& class_name) {
         auto cursor = InstanceCursor::Open(repository, space, class_name, Depth::kShallow);
         EXPECT_OK(cursor);
         std::vector<Instance> instances;
-        Status fault;
-        while (cursor.ok() && !cursor->AtEnd() && fault.ok())
-            fault = cursor->Read(100, instances);
-        EXPECT_OK(fault);
+        while (cursor.ok() && !cursor->AtEnd() && !HasFailure())
+            EXPECT_OK(cursor->Read(100, instances));
         std::vector<std::string> ids;
         for (const Instance& instance : instances)
             ids.push_back(TextOf(instance, "ID"));
