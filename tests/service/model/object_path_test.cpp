@@ -4,6 +4,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -154,18 +155,23 @@ TEST(ObjectPath, KeysHaveALimitAndMustHaveAValue) {
               WBEM_E_INVALID_OBJECT_PATH);
 }
 
-// What is printed reads back as the same instance, and different instances never share a key.
-TEST(ObjectPath, PrintingAndParsingAreInverse) {
-    const std::vector<std::string> pieces = {
+std::string RandomText(std::mt19937& random) {
+    static const std::vector<std::string> pieces = {
         "a", "B", "\"",   "\\",   "'", "\n",   "\0"s,          "😀", "é", ":", ".", "=", ",",
         "@", " ", "\\\"", "\\\\", "/", "\x01", "\xEF\xBF\xBF", "%", "_"};
+    std::string text;
+    for (size_t count = random() % 8; count > 0; --count)
+        text += pieces[random() % pieces.size()];
+    return text;
+}
+
+// What is printed reads back as the same instance, and different instances never share a key.
+TEST(ObjectPath, PrintingAndParsingAreInverse) {
     const ClassPtr kinds = AllKinds();
     std::mt19937 random(7);
     std::set<std::pair<std::string, std::string>> keys_and_identities;
     for (int round = 0; round < 20'000; ++round) {
-        std::string text;
-        for (size_t count = random() % 8; count > 0; --count)
-            text += pieces[random() % pieces.size()];
+        const std::string text = RandomText(random);
         const auto small = static_cast<int64_t>(random() % 256) - 128;
         const uint64_t big = random() % 3 ? random() % 3 : UINT64_MAX - random() % 3;
         const bool on = random() % 2 != 0;
@@ -192,6 +198,51 @@ TEST(ObjectPath, PrintingAndParsingAreInverse) {
     for (const auto& [key, identity] : keys_and_identities) {
         EXPECT_TRUE(keys.insert(key).second) << "two instances with one key";
         EXPECT_TRUE(identities.insert(identity).second) << "one instance with two keys";
+    }
+}
+
+ObjectPath RandomPath(std::mt19937& random) {
+    ObjectPath path;
+    if (random() % 2) path.namespace_path = random() % 2 ? "root\\A" : "root\\B\\Ç_1";
+    if (path.namespace_path && random() % 2) path.server = random() % 2 ? "." : "host-1.example";
+    path.class_name = random() % 2 ? "Class" : "__Näme9";
+    path.is_singleton = random() % 5 == 0;
+    const size_t count = path.is_singleton ? 0 : random() % 4;
+    for (size_t i = 0; i < count; ++i) {
+        KeyBinding& key = path.keys.emplace_back();
+        if (count > 1 || random() % 2) key.name = "K" + std::to_string(i);
+        switch (random() % 4) {
+            case 0:
+                key.value = RandomText(random);
+                break;
+            case 1:
+                key.value = static_cast<int64_t>(random()) * (random() % 2 ? 1 : INT64_MIN / UINT32_MAX);
+                break;
+            case 2:
+                key.value = UINT64_MAX - random();
+                break;
+            default:
+                key.value = random() % 2 == 0;
+        }
+    }
+    return path;
+}
+
+TEST(ObjectPath, EveryPathReadsBackAsItWasPrinted) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 20'000; ++round) {
+        const ObjectPath path = RandomPath(random);
+        const std::string printed = PrintObjectPath(path);
+        const auto parsed = ParseObjectPath(printed);
+        ASSERT_OK(parsed) << printed;
+        ASSERT_EQ(PrintObjectPath(*parsed), printed);
+        ASSERT_EQ(std::tie(parsed->server, parsed->namespace_path, parsed->class_name, parsed->is_singleton),
+                  std::tie(path.server, path.namespace_path, path.class_name, path.is_singleton));
+        ASSERT_EQ(parsed->keys.size(), path.keys.size()) << printed;
+        for (size_t i = 0; i < path.keys.size(); ++i) {
+            ASSERT_EQ(parsed->keys[i].name, path.keys[i].name);
+            ASSERT_EQ(parsed->keys[i].value, path.keys[i].value) << printed;
+        }
     }
 }
 

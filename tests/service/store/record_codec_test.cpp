@@ -163,6 +163,23 @@ TEST(RecordCodec, EveryValueComesBack) {
     EXPECT_EQ(Encoded(*back), Encoded(full)) << "what was read and not changed has the same record";
 }
 
+TEST(RecordCodec, NullEmptyAndNeverSetStayApart) {
+    const ClassPtr definition = Resolved(
+        Declare("C", {Property("S", CimType::kString, "default"s), ArrayProperty("A", CimType::kString)}));
+    const auto read_back = [&](Instance instance) {
+        return *DecodeInstance(definition, Encoded(instance), nullptr);
+    };
+    Instance instance(definition);
+    EXPECT_EQ(ReadValueOf(read_back(instance), "S"), Value("default"s));
+    for (const auto& [text, array] : {std::pair(Value(), Value()), std::pair(Value(""s), Value(Array{})),
+                                      std::pair(Value("s"s), Value(Array{{}, ""s, {}, "a"s}))}) {
+        ASSERT_OK(SetProperty(instance, "S", text));
+        ASSERT_OK(SetProperty(instance, "A", array));
+        EXPECT_EQ(ReadValueOf(read_back(instance), "S"), text);
+        EXPECT_EQ(ReadValueOf(read_back(instance), "A"), array);
+    }
+}
+
 // A little of every kind.
 std::string SmallRecord() {
     Instance small(WideClass());
