@@ -148,7 +148,7 @@ mgmtctl get RetentionPolicy shared | grep -E 'KeepDays|Note' | indent
 run mgmtctl set RetentionPolicy shared KeepDays=1 'Note=1 by the next process'
 
 say 'What cannot be done is refused, with the reason and nothing changed'
-run_refused 1 mgmtctl set RetentionPolicy mail KeepDays=-5
+run_refused 2 mgmtctl set RetentionPolicy mail KeepDays=-5
 printf 'class Broken : ManagedElement { uint32 A = "text"; };\n' > "$scratch/broken.mof"
 run_refused 1 mgmtctl import halvenor.mof "$scratch/broken.mof"
 

@@ -181,7 +181,8 @@ class DiskFiles final : public MofFiles {
 void FillIn(const MofImport& import, WBEM_COMPILE_STATUS_INFO* info) noexcept {
     if (!info) return;
     *info = {};
-    info->ObjectNum = static_cast<long>(import.summary.classes + import.summary.instances);
+    const MofSummary& put = import.summary;
+    info->ObjectNum = static_cast<long>(put.classes + put.instances + put.qualifiers + put.deletions);
     if (!import.fault) return;
     info->lPhaseError = static_cast<long>(import.fault->phase);
     info->hRes = import.fault->code;

@@ -3,7 +3,7 @@
 // One call is one transaction: it lands whole or not at all. `FileName` may list several files, separated by
 // line feeds, which are then one import. On a fault the result is the fault's code, the thread's error object
 // says "file:line:column: what was found and what was expected", and `pInfo` has the line. On success
-// `pInfo->ObjectNum` is the number of classes and instances that were declared.
+// `pInfo->ObjectNum` counts the declarations of qualifiers, the classes, the instances and what was deleted.
 //
 // What `#pragma include` names is read from the file's folder, or from the current directory for a buffer.
 //

@@ -119,6 +119,7 @@ class Importer {
             is_class ? target_.DeleteClass(std::string(name.text)) : target_.DeleteInstance(deletion.path);
         if (fault.ok()) {
             if (is_class) scope_.Forget();
+            ++summary_.deletions;
             return {};
         }
         const int32_t code = fault.code();

@@ -111,6 +111,7 @@ struct MofSummary {
     size_t qualifiers = 0;
     size_t classes = 0;
     size_t instances = 0;
+    size_t deletions = 0;   // that found what they delete
     size_t namespaces = 0;  // declared by an instance of __Namespace
 };
 

@@ -99,7 +99,7 @@ TEST_F(Listing, ShowsTheColumnsAskedFor) {
         "                  10  a            Thing\n-9223372036854775808  c            Thing\n"
         " 9223372036854775807  s            Special\n");
     EXPECT_EQ(Objects({"list", "Thing", "--properties", "R,N", "--limit", "1"})[0].dump(),
-              R"({"N":10,"R":null,"__CLASS":"Thing","__RELPATH":"Thing.INSTANCE_ID=\"a\""})");
+              R"({"N":10,"R":null,"__CLASS":"Thing","__RELPATH":"Thing.INSTANCE_ID=\"a\"","__UNSET":["R"]})");
     ExpectRefused({"list", "Thing", "--properties", "Nope"}, 1,
                   "At, Counts, Flag, INSTANCE_ID, N, Name, Objects");
     ExpectRefused({"list", "Thing", "--properties", "N,n"}, 2, "given twice");
@@ -138,8 +138,9 @@ TEST_F(Listing, QueriesShowWhatTheySelect) {
     EXPECT_EQ(Ids({"query", "SELECT * FROM Thing WHERE N < 10"}), "bc");
     EXPECT_EQ(Run({"query", "select Name, INSTANCE_ID, name from Thing where N >= 10"}).out,
               "Name    INSTANCE_ID\n----    -----------\nanna    a\n\"null\"  s\n");
-    EXPECT_EQ(Objects({"query", "SELECT INSTANCE_ID,N FROM Special WHERE N IS NULL"})[0].dump(),
-              R"({"INSTANCE_ID":"t","N":null,"__CLASS":"Special","__RELPATH":"Special.INSTANCE_ID=\"t\""})");
+    EXPECT_EQ(
+        Objects({"query", "SELECT INSTANCE_ID,N FROM Special WHERE N IS NULL"})[0].dump(),
+        R"({"INSTANCE_ID":"t","N":null,"__CLASS":"Special","__RELPATH":"Special.INSTANCE_ID=\"t\"","__UNSET":["N"]})");
     EXPECT_EQ(Ids({"query", "SELECT * FROM Thing", "--sort", "N:desc", "--limit", "1"}), "s");
     ExpectRefused({"query", "SELECT Name FROM Thing", "--sort", "N"}, 2, "behind SELECT");
     ExpectRefused({"query", "SELECT * FROM Nope"}, 1, "Nope");

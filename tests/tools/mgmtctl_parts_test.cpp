@@ -188,7 +188,7 @@ TEST(CommandLine, TakesAnIdAsItStands) {
 
 TEST(CommandLine, RefusesNonsense) {
     std::istringstream lines(
-        "|bogus|get|get C i more|describe|set C|set C i|set C i A|set C i =1|delete C|import|get --bogus C i|"
+        "|bogus|get|get C i more|describe|set C|set C i|set C i A|set C i =1|import|get --bogus C i|"
         "namespaces x|list|list C --limit -1|list C --limit ten|list C --sort A:up|list C --sort :desc|"
         "list C --properties A,,B|list C --properties A,|list C --deep --shallow|query|query Q --where A|"
         "count C --sort A|create C|create C i A|get C \xff|-n \xc0\x80 classes|get C EMPTY|get EMPTY|"

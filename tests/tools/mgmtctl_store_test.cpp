@@ -111,10 +111,21 @@ TEST_F(Creating, SaysWhyItCannot) {
     ExpectRefused({"create", "Nope", "x"}, 1, "there is no class Nope");
     ExpectRefused({"create", "Pair", "x"}, 1, "INSTANCE_ID");
     ExpectRefused({"create", "Policy", "x", "Nope=1"}, 1, "no property Nope");
-    ExpectRefused({"create", "Policy", "x", "Days=-1"}, 1, "Days");
+    ExpectRefused({"create", "Policy", "x", "Days=-1"}, 2, "Days");
     ExpectRefused({"create", "Policy", "x", "Days=many"}, 2, "Days");
     ExpectRefused({"create", "Policy", "x", "INSTANCE_ID=y"}, 2, "key");
     ExpectRefused({"get", "Policy", "x"}, 1, "x");
+}
+
+TEST_F(Creating, ByAPathThatHasTheKeys) {
+    Import(R"(class Mixed { [key] string A; [key] sint64 B; [key] boolean C; [key] char16 D; string V; };
+              [singleton] class Single { string V; }; class One { [key] string INSTANCE_ID; string V; };)");
+    for (const char* path : {R"(Mixed.A="q\"\\,B=1",B=-5,C=TRUE,D=5)", "mixed.d=65,C=false,b=7,A=''",
+                             "Single=@", "One='it\\'s'"}) {
+        EXPECT_EQ(RunJson({"set", path, "V=x", "--create"})["result"], "created") << path;
+        EXPECT_EQ(RunJson({"get", path})["V"], "x") << path;
+        EXPECT_EQ(RunJson({"set", path, "--create"})["result"], "updated") << path;
+    }
 }
 
 TEST_F(Creating, XmlIsWhatTheServiceSays) {

@@ -75,13 +75,15 @@ TEST_F(Tool, GetsByClassAndIdOrByAnyPath) {
         RunJson({"get", R"(Link.From="Policy.INSTANCE_ID=\"a\"",To="Policy.INSTANCE_ID=\"b\"")"})["Weight"],
         5);
     EXPECT_THAT(Run({"get", "Policy", "mail"}).out,
-                AllOf(HasSubstr("KeepDays     uint32    30\n"), HasSubstr("Tags         string[]  null\n")));
+                AllOf(HasSubstr("KeepDays     uint32    30\n"),
+                      HasSubstr("Tags         string[]  null  (default)\n")));
 }
 
 TEST_F(Tool, RefusesToGetWhatIsNotThere) {
     ExpectRefused({"get", "Policy", "nope"}, 1, "nope");
     ExpectRefused({"get", "Nope", "mail"}, 1, "there is no class Nope");
     ExpectRefused({"get", "Policy"}, 1, "that is a class");
+    ExpectRefused({"delete", "Policy"}, 1, "that is a class");
     ExpectRefused({"get", "Policy.INSTANCE_ID=\"mail"}, 1, "malformed");
     ExpectRefused({"-n", "root/Nowhere", "get", "Policy", "mail"}, 1, "root\\Nowhere");
     // An instance of a subclass is not one of the class.
@@ -162,6 +164,7 @@ TEST_F(Tool, ImportsAllOrNothing) {
 TEST_F(Tool, SaysWhatIsWrongWithACommandLine) {
     ExpectRefused({}, 2, "a command is needed");
     ExpectRefused({"bogus"}, 2, "there is no command \"bogus\"");
+    ExpectRefused({"reload-event", "bogus"}, 2, "there is no command \"reload-event bogus\"");
     ExpectRefused({"get", "Policy", "mail", "more"}, 2, "more");
     ExpectRefused({"get", "Policy", "\xff\xfe"}, 2, "not valid UTF-8");
     ExpectRefused({"set", "Policy", "mail", "DisplayName=\xc3("}, 2, "not valid UTF-8");

@@ -269,7 +269,7 @@ TEST_F(ReloadEvent, IsWaitedForNoLongerThanAskedFor) {
         EXPECT_EQ(wait.Finish(), 0);
         EXPECT_EQ(wait.ReadLine(), "");
     }
-    ExpectRefused({"reload-event"}, 2, "subcommand");
+    ExpectRefused({"reload-event"}, 2, "needed behind reload-event");
     for (const char* time : {"-1", "soon", "1e10", "nan", ""})
         ExpectRefused({"reload-event", "wait", "--timeout", time}, 2, "");
 }

@@ -38,6 +38,7 @@ constexpr const char* FOOTER = R"(Examples:
   mgmtctl create RetentionPolicy press KeepDays=30 DisplayName=Press
   mgmtctl set RetentionPolicy mail KeepDays=30 'Tags=["hr","legal"]' Note=null
   mgmtctl set RetentionPolicy new DisplayName=New --create
+  mgmtctl set 'Link.From="a",To="b"' Weight=1 --create     where INSTANCE_ID is not the key
   mgmtctl delete RetentionPolicy new
   mgmtctl watch RetentionPolicy            show what others change, as it happens, until Ctrl-C
   mgmtctl check                            read every record and say what is damaged
@@ -57,10 +58,11 @@ constexpr const char* VALUES_FOOTER =
   Since=2026-11-22T10:30:00+01:00  a date and time, ISO 8601 or CIM (20261122103000.000000+060);
                                    without an offset it is taken as UTC
   Timeout=00000001120000.000000:000  an interval: 1 day and 12 hours
-  Grade=A                          one character (char16)
+  Grade=A                          one character (char16), or its number, as in Grade=65
   Volume=Volume.INSTANCE_ID="v1"   a reference, the path of an instance
   'Tags=["a","b"]'  'Sizes=[1,2]'  an array, as JSON; [] is an array without elements
   Note=null                        null: no value
+  KeepDays=unset                   as if it had never been set: the default of the class
 Embedded objects can be imported and read, but not set here.)";
 
 constexpr const char* LIST_FOOTER =
@@ -89,8 +91,8 @@ written as they are read: those of one class as they were when its listing began
 written whole or not at all.)";
 
 constexpr const char* GET_FOOTER =
-    R"(With --full --json the object has one more member: __NEVER_SET, the names of the properties that nobody
-has set, which read as null or as their class's default.
+    R"(What nobody has set reads as its class's default, or as null where that has none: the table says
+(default) behind it, and --json names such properties in __UNSET.
 An id that begins with a dash, or is "++", comes after "--": mgmtctl get RetentionPolicy -- -1)";
 
 // The options that go in front of a command as well as behind it.
@@ -337,13 +339,21 @@ class CommandLine {
         } catch (const CLI::CallForHelp&) {
             throw HelpWanted{app_.help()};
         } catch (const CLI::RequiredError& error) {
-            if (!app_.get_subcommands().empty()) throw UsageFailure(error.what());
-            const std::vector<std::string> unknown = app_.remaining();
-            throw UsageFailure(unknown.empty() ? "a command is needed"
-                                               : "there is no command \"" + unknown.front() + "\"");
+            RefuseCommand(error);
         } catch (const CLI::ParseError& error) {
             throw UsageFailure(error.what());
         }
+    }
+
+    // Where no command, or none that there is, stands where one is required.
+    [[noreturn]] void RefuseCommand(const CLI::RequiredError& error) const {
+        const std::vector<CLI::App*> given = app_.get_subcommands();
+        const CLI::App& group = given.empty() ? app_ : *given.front();
+        if (group.get_require_subcommand_min() == 0) throw UsageFailure(error.what());
+        const std::string front = given.empty() ? "" : group.get_name() + " ";
+        const std::vector<std::string> unknown = app_.remaining(true);
+        if (!unknown.empty()) throw UsageFailure("there is no command \"" + front + unknown.front() + "\"");
+        throw UsageFailure("a command is needed" + (given.empty() ? "" : " behind " + group.get_name()));
     }
 
     bool IsAnyOf(std::initializer_list<Command> commands) const {
@@ -352,9 +362,8 @@ class CommandLine {
 
     void ReadTarget() {
         if (IsAnyOf({Command::GET, Command::XML, Command::SET, Command::DELETE_INSTANCE})) ReadInstance();
-        const bool needs_id =
-            IsAnyOf({Command::CREATE, Command::SET, Command::DELETE_INSTANCE}) || IsIdGiven();
-        if (needs_id && arguments_.path.empty() && arguments_.id.empty())
+        const bool has_id = arguments_.command == Command::CREATE || IsIdGiven();
+        if (has_id && arguments_.path.empty() && arguments_.id.empty())
             throw UsageFailure("the id must not be empty");
         const bool may_lack_class =
             IsAnyOf({Command::IMPORT, Command::NAMESPACES, Command::CLASSES, Command::QUERY, Command::WATCH,
@@ -371,17 +380,16 @@ class CommandLine {
                            [](const CLI::Option* id) { return id->count() != 0; });
     }
 
-    // A path has an equals sign, the name of a class has none. Where only something is shown what stands
-    // alone may be a class, too.
+    // A path has an equals sign, the name of a class has none. What stands alone may be a class, too, which
+    // only some of the commands take.
     void ReadInstance() {
         const bool is_changed = IsAnyOf({Command::SET, Command::DELETE_INSTANCE});
-        const bool is_path = is_changed ? first_.find('=') != std::string::npos : !IsIdGiven();
+        const bool has_equals = is_changed && first_.find('=') != std::string::npos;
+        const bool is_path = has_equals || !IsIdGiven();
         (is_path ? arguments_.path : arguments_.class_name) = first_;
         if (!is_path || !is_changed) return;
         if (IsIdGiven() && arguments_.command == Command::DELETE_INSTANCE)
             throw UsageFailure("a path stands alone: no id goes with it");
-        if (arguments_.is_create)
-            throw UsageFailure("--create goes with CLASS and ID, in place of which a path was given");
         // What stands behind a path is read as an id at first.
         if (IsIdGiven())
             assignment_texts_.insert(assignment_texts_.begin(), std::exchange(arguments_.id, {}));

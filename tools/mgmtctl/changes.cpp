@@ -21,7 +21,8 @@ Change ReadChange(const ClassDeclaration& declaration, const Arguments::Assignme
         throw UsageFailure(
             "INSTANCE_ID is the key and cannot be changed: create another instance and delete this one");
     }
-    return {property->name, ReadValue(*property, assignment.value), !IsNull(property->value)};
+    const bool is_unset = assignment.value == "unset";
+    return {property->name, ReadValue(*property, is_unset ? "null" : assignment.value), is_unset};
 }
 
 }  // namespace
@@ -31,7 +32,8 @@ ClassDeclaration ReadClassWithId(const std::string& name) {
     if (declaration.Find(KEY) != nullptr) return declaration;
     throw OperationFailure(
         "the class " + declaration.summary.name + " has no INSTANCE_ID to name an instance by",
-        "Instances of such classes are made and changed by importing them.");
+        "\"mgmtctl set PATH NAME=VALUE... --create\" makes and changes instances whose keys stand in the "
+        "path.");
 }
 
 std::vector<Change> ReadChanges(const ClassDeclaration& declaration,
@@ -51,21 +53,23 @@ bool HasNull(const std::vector<Change>& changes) {
     return std::any_of(changes.begin(), changes.end(), [](const Change& each) { return IsNull(each.value); });
 }
 
-bool HasNullForDefault(const std::vector<Change>& changes) {
-    return std::any_of(changes.begin(), changes.end(),
-                       [](const Change& each) { return IsNull(each.value) && each.has_default; });
-}
-
-HRESULT Spawn(const ClassDeclaration& declaration, const std::wstring& id, const std::vector<Change>& changes,
-              CComPtr<IWbemClassObject>& instance) {
-    HRESULT result = declaration.object->SpawnInstance(0, &instance);
-    _variant_t key(id.c_str());
-    if (SUCCEEDED(result)) result = instance->Put(KEY, 0, &key, 0);
+HRESULT Apply(const std::vector<Change>& changes, IWbemClassObject& instance) {
     for (const Change& change : changes) {
         _variant_t value = change.value;
-        if (SUCCEEDED(result)) result = instance->Put(change.name.c_str(), 0, &value, 0);
+        const wchar_t* const name = change.name.c_str();
+        const HRESULT result = change.is_unset ? instance.Delete(name) : instance.Put(name, 0, &value, 0);
+        if (FAILED(result)) return result;
     }
-    return result;
+    return S_OK;
+}
+
+HRESULT PutNew(IWbemServices& services, const ClassDeclaration& declaration, const std::vector<Change>& keys,
+               const std::vector<Change>& changes, long flags) {
+    CComPtr<IWbemClassObject> instance;
+    HRESULT result = declaration.object->SpawnInstance(0, &instance);
+    if (SUCCEEDED(result)) result = Apply(keys, *instance);
+    if (SUCCEEDED(result)) result = Apply(changes, *instance);
+    return SUCCEEDED(result) ? services.PutInstance(instance, flags, nullptr, nullptr) : result;
 }
 
 std::string AdviceForWrite(HRESULT code, const ClassDeclaration& declaration) {

@@ -1,6 +1,8 @@
-// The properties that a command line gives to an instance: NAME=VALUE, read by the types of its class.
+// The properties that a command line gives to an instance: NAME=VALUE, read by the types of its class. The
+// text "unset" puts a property back to never having been set.
 //
 //   const std::vector<Change> changes = ReadChanges(declaration, arguments.assignments);
+//   Check(Apply(changes, *instance), "cannot change the instance");
 //
 // Plain values.
 #pragma once
@@ -19,7 +21,7 @@ inline constexpr const wchar_t* KEY = L"INSTANCE_ID";
 struct Change {
     std::wstring name;  // as the class spells it
     _variant_t value;
-    bool has_default = false;  // an instance that nobody gave a value has another than null
+    bool is_unset = false;  // back to the class's default; `value` is null then
 };
 
 // The class's declaration, if instances can be named by an id. Throws OperationFailure.
@@ -30,13 +32,15 @@ ClassDeclaration ReadClassWithId(const std::string& name);
 std::vector<Change> ReadChanges(const ClassDeclaration& declaration,
                                 const std::vector<Arguments::Assignment>& assignments);
 
+// Whether a change is to null or to unset, which the library has no way to say.
 bool HasNull(const std::vector<Change>& changes);
-// Whether null stands for a property that has a default, so that leaving it out would not do.
-bool HasNullForDefault(const std::vector<Change>& changes);
 
-// A new instance in memory, with the key and the changes.
-HRESULT Spawn(const ClassDeclaration& declaration, const std::wstring& id, const std::vector<Change>& changes,
-              CComPtr<IWbemClassObject>& instance);
+// Changes an instance in memory.
+HRESULT Apply(const std::vector<Change>& changes, IWbemClassObject& instance);
+
+// Stores a new instance with these keys and changes; `flags` are those of PutInstance.
+HRESULT PutNew(IWbemServices& services, const ClassDeclaration& declaration, const std::vector<Change>& keys,
+               const std::vector<Change>& changes, long flags);
 
 // What to do about a write that failed with `code`; empty where there is nothing that helps in particular.
 std::string AdviceForWrite(HRESULT code, const ClassDeclaration& declaration);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/mgmtctl/failure.h"
 #include "tools/mgmtctl/qualifiers.h"
 #include "tools/mgmtctl/text.h"
 #include "utility/management/mgmt.h"
@@ -65,6 +64,18 @@ ClassDeclaration ReadClass(const std::string& name) {
     for (Property& property : PropertiesOf(*declaration.object))
         declaration.properties.push_back(Declare(*declaration.object, std::move(property)));
     return declaration;
+}
+
+OperationFailure ThatIsAClass(const std::string& attempt, const std::string& path) {
+    return OperationFailure(
+        attempt + ": that is a class, not an instance",
+        "Name an instance by its class and id; \"mgmtctl describe " + path + "\" shows the class.");
+}
+
+void RefuseClass(const std::string& attempt, const std::string& path) {
+    if (path.empty() || path.find('=') != std::string::npos) return;
+    ReadClass(path);
+    throw ThatIsAClass(attempt + path, path);
 }
 
 }  // namespace mgmtctl

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/mgmtctl/failure.h"
 #include "tools/mgmtctl/variants.h"
 
 namespace mgmtctl {
@@ -43,5 +44,10 @@ struct ClassDeclaration {
 
 // Throws OperationFailure when there is no such class.
 ClassDeclaration ReadClass(const std::string& name);
+
+// For a path that names a class where an instance is wanted.
+OperationFailure ThatIsAClass(const std::string& attempt, const std::string& path);
+// Throws it, or what ReadClass does, for a path that has no key; an empty one is none.
+void RefuseClass(const std::string& attempt, const std::string& path);
 
 }  // namespace mgmtctl

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <iostream>
+#include <utility>
 
 #include "tools/mgmtctl/text.h"
 
@@ -78,6 +79,32 @@ OrderedJson Scalar(CIMTYPE type, const VARIANT& value) {
     }
 }
 
+// An instance while it is written. No name comes twice, so that none has to be looked for.
+class InstanceJson {
+ public:
+    InstanceJson(IWbemClassObject& instance, std::size_t count) {
+        constexpr std::size_t SYSTEM_PROPERTIES = 3;
+        members_.reserve(count + SYSTEM_PROPERTIES);
+        members_.emplace_back("__CLASS", TextOrNull(TextOf(instance, L"__CLASS")));
+        members_.emplace_back("__RELPATH", TextOrNull(TextOf(instance, L"__RELPATH")));
+    }
+
+    void Add(const Property& property) {
+        std::string name = Utf8(property.name);
+        if (property.is_unset) unset_.push_back(name);
+        members_.emplace_back(std::move(name), ToJson(property.type, property.value));
+    }
+
+    OrderedJson Finish() {
+        members_.emplace_back("__UNSET", std::move(unset_));
+        return std::move(members_);
+    }
+
+ private:
+    OrderedJson::object_t members_;
+    OrderedJson::array_t unset_;
+};
+
 }  // namespace
 
 OrderedJson ToJson(CIMTYPE type, const VARIANT& value) {
@@ -89,18 +116,21 @@ OrderedJson ToJson(CIMTYPE type, const VARIANT& value) {
     return elements;
 }
 
-OrderedJson NameAsJson(IWbemClassObject& object) {
-    OrderedJson json = OrderedJson::object();
-    json["__CLASS"] = TextOrNull(TextOf(object, L"__CLASS"));
-    json["__RELPATH"] = TextOrNull(TextOf(object, L"__RELPATH"));
-    return json;
+OrderedJson ToJson(IWbemClassObject& instance) {
+    const std::vector<Property> properties = PropertiesOf(instance);
+    InstanceJson json(instance, properties.size());
+    for (const Property& property : properties)
+        json.Add(property);
+    return json.Finish();
 }
 
-OrderedJson ToJson(IWbemClassObject& object) {
-    OrderedJson json = NameAsJson(object);
-    for (const Property& property : PropertiesOf(object))
-        json[Utf8(property.name)] = ToJson(property.type, property.value);
-    return json;
+OrderedJson ToJson(IWbemClassObject& instance, const std::vector<std::wstring>& names) {
+    InstanceJson json(instance, names.size());
+    for (const std::wstring& name : names) {
+        const bool is_there = name == L"__CLASS" || name == L"__RELPATH";
+        if (!is_there) json.Add(PropertyOf(instance, name).value_or(Property{name, CIM_EMPTY, {}, false}));
+    }
+    return json.Finish();
 }
 
 OrderedJson TextOrNull(const std::string& text) {

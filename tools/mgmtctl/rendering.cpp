@@ -12,6 +12,7 @@ namespace mgmtctl {
 namespace {
 
 constexpr const char* INDENT = "  ";
+constexpr const char* DEFAULT = "  (default)";  // behind what was never set
 constexpr const char* ELLIPSIS = "\u2026";
 
 // Where something is shortened: a list ends behind the element that reaches this many bytes, embedded objects
@@ -36,9 +37,11 @@ std::string ShortDatetime(const std::string& cim) {
     return readable.empty() || cim.find(".000000") == std::string::npos ? cim : readable;
 }
 
-// Text that would look like null, like nothing or like a quoted text; "set" reads the quoted form back.
+// Text that would look like nothing, like a quoted text or like a word that is no text; "set" reads the
+// quoted form back.
 bool MustBeQuoted(const std::string& text) {
-    return text.empty() || text == "null" || text.front() == '"';
+    return text.empty() || text == "null" || text == "unset" || text.ends_with(DEFAULT) ||
+           text.front() == '"';
 }
 
 std::string ScalarText(CIMTYPE type, const VARIANT& value) {
@@ -130,6 +133,7 @@ class ObjectRows {
         for (const Property& property : PropertiesOf(object)) {
             std::string value = ToText(property.type, property.value, length_);
             if (property.type == CIM_DATETIME) value = DatetimeText(value);
+            if (property.is_unset) value += DEFAULT;
             table_.Add({indent + Utf8(property.name), TypeName(property.type), value});
             if (ElementType(property.type) == CIM_OBJECT) AddEmbedded(property, indent + INDENT);
         }

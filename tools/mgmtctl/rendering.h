@@ -22,7 +22,8 @@ std::string ToText(CIMTYPE type, const VARIANT& value, Length length);
 // objects with those of their properties that have a value.
 std::string CellText(CIMTYPE type, const VARIANT& value, Length length);
 
-// Embedded objects are indented below their property, dates have a readable form behind them.
+// Embedded objects are indented below their property; dates have a readable form behind them, and what was
+// never set has "(default)".
 void PrintInstance(IWbemClassObject& object, Length length);
 
 }  // namespace mgmtctl

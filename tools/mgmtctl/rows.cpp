@@ -71,25 +71,19 @@ class TableRows final : public Rows {
 
 class JsonRows final : public Rows {
  public:
-    explicit JsonRows(const std::vector<Column>& columns) : columns_(columns) {}
+    explicit JsonRows(const std::vector<Column>& columns) {
+        for (const Column& column : columns)
+            names_.push_back(column.name);
+    }
 
     void Add(IWbemClassObject& object) override {
-        std::cout << (columns_.empty() ? ToJson(object) : ColumnsAsJson(object)).dump() << '\n';
+        std::cout << (names_.empty() ? ToJson(object) : ToJson(object, names_)).dump() << '\n';
     }
 
     void Print() override { FlushOutput(); }
 
  private:
-    OrderedJson ColumnsAsJson(IWbemClassObject& object) const {
-        OrderedJson json = NameAsJson(object);
-        for (const Column& column : columns_) {
-            const std::optional<Property> property = PropertyOf(object, column.name);
-            json[Utf8(column.name)] = property ? ToJson(property->type, property->value) : OrderedJson();
-        }
-        return json;
-    }
-
-    const std::vector<Column> columns_;
+    std::vector<std::wstring> names_;
 };
 
 }  // namespace

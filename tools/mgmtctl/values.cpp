@@ -1,6 +1,8 @@
 #include "tools/mgmtctl/values.h"
 
 #include <charconv>
+#include <cstdint>
+#include <limits>
 #include <optional>
 
 #include <nlohmann/json.hpp>
@@ -33,34 +35,68 @@ std::optional<Number> WholeNumber(std::string_view text, Base... base) {
     return number;
 }
 
-// What is expected in place of `text`, for the sentence that refuses it.
-const char* ExpectedFor(CIMTYPE type) {
+// What an integer of a type may be.
+struct Range {
+    std::int64_t low;
+    std::uint64_t high;
+};
+
+template <typename Integer>
+Range RangeOf() {
+    return {std::numeric_limits<Integer>::min(), std::numeric_limits<Integer>::max()};
+}
+
+Range RangeOf(CIMTYPE type) {
     switch (type) {
-        case CIM_REAL32:
-        case CIM_REAL64:
-            return "a real number within the type's range";
-        case CIM_BOOLEAN:
-            return "true or false";
-        case CIM_CHAR16:
-            return "one character up to U+FFFF";
-        case CIM_DATETIME:
-            return "a date such as 2026-11-22T10:30:00+01:00 or 20261122103000.000000+060, or an interval "
-                   "such "
-                   "as 00000001120000.000000:000";
+        case CIM_SINT8:
+            return RangeOf<std::int8_t>();
+        case CIM_UINT8:
+            return RangeOf<std::uint8_t>();
+        case CIM_SINT16:
+            return RangeOf<std::int16_t>();
+        case CIM_UINT16:
+            return RangeOf<std::uint16_t>();
+        case CIM_SINT32:
+            return RangeOf<std::int32_t>();
+        case CIM_UINT32:
+            return RangeOf<std::uint32_t>();
+        case CIM_SINT64:
+            return RangeOf<std::int64_t>();
         default:
-            return "an integer of at most 64 bits";
+            return RangeOf<std::uint64_t>();
     }
 }
 
-std::optional<_variant_t> ReadInteger(std::string_view text) {
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        const auto number = WholeNumber<std::uint64_t>(text.substr(2), 16);
-        if (!number) return std::nullopt;
-        return TextVariant(std::to_string(*number));
+// What is expected in place of a text that is refused.
+std::string ExpectedFor(CIMTYPE type) {
+    switch (type) {
+        case CIM_REAL32:
+            return "a real number (0, 1.4e-45 to 3.4028235e38 or the negative of one) or NaN, INF or -INF";
+        case CIM_REAL64:
+            return "a real number (0, 4.9e-324 to 1.7976931348623157e308 or the negative of one) or NaN, INF "
+                   "or -INF";
+        case CIM_BOOLEAN:
+            return "true or false";
+        case CIM_CHAR16:
+            return "one character up to U+FFFF, or its number with two digits or more";
+        case CIM_DATETIME:
+            return "a date such as 2026-11-22T10:30:00+01:00 or 20261122103000.000000+060, or an interval "
+                   "such as 00000001120000.000000:000";
+        default:
+            const Range range = RangeOf(type);
+            return "an integer from " + std::to_string(range.low) + " to " + std::to_string(range.high);
     }
-    if (const auto number = WholeNumber<std::int64_t>(text)) return TextVariant(std::to_string(*number));
-    if (const auto number = WholeNumber<std::uint64_t>(text)) return TextVariant(std::to_string(*number));
-    return std::nullopt;
+}
+
+std::optional<_variant_t> ReadInteger(std::string_view text, const Range& range) {
+    const bool is_hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const auto natural =
+        is_hexadecimal ? WholeNumber<std::uint64_t>(text.substr(2), 16) : WholeNumber<std::uint64_t>(text);
+    if (natural && *natural <= range.high) return TextVariant(std::to_string(*natural));
+    const auto negative = WholeNumber<std::int64_t>(text);
+    const bool fits = negative && *negative <= 0 && *negative >= range.low;
+    if (!fits) return std::nullopt;
+    return TextVariant(std::to_string(*negative));
 }
 
 std::optional<_variant_t> ReadBoolean(const std::string& text) {
@@ -76,11 +112,14 @@ std::optional<_variant_t> ReadReal(std::string_view text) {
     return _variant_t(*number);
 }
 
-// Travels as its number, as every integer does.
+// Travels as its number, as every integer does. Half a surrogate pair can be written as its number only; a
+// single digit is the character that it is.
 std::optional<_variant_t> ReadCharacter(const std::string& text) {
     const std::wstring wide = Wide(text);
-    if (wide.size() != 1 || static_cast<std::uint32_t>(wide.front()) > 0xFFFF) return std::nullopt;
-    return TextVariant(std::to_string(static_cast<std::uint32_t>(wide.front())));
+    if (wide.size() != 1) return ReadInteger(text, RangeOf<std::uint16_t>());
+    const auto point = static_cast<char32_t>(wide.front());
+    if (point > 0xFFFF) return std::nullopt;
+    return TextVariant(std::to_string(std::uint32_t{point}));
 }
 
 std::optional<_variant_t> ReadDatetime(const std::string& text) {
@@ -105,7 +144,7 @@ std::optional<_variant_t> TryScalar(CIMTYPE type, const std::string& text) {
         case CIM_REAL64:
             return ReadReal<double>(text);
         default:
-            return ReadInteger(text);
+            return ReadInteger(text, RangeOf(type));
     }
 }
 
@@ -135,8 +174,10 @@ std::string Unquoted(const Property& property, const std::string& text) {
 
 // The text of a JSON element, to be read as the property's type.
 std::string ElementText(const Property& property, const Json& element) {
-    const bool is_text_type = IsTextType(ElementType(property.type));
     if (element.is_string()) return element.get<std::string>();
+    if (ElementType(property.type) == CIM_CHAR16 && element.is_number_unsigned() && element > 9)
+        return element.dump();
+    const bool is_text_type = IsTextType(ElementType(property.type));
     if (is_text_type || !(element.is_number() || element.is_boolean()))
         Refuse(property, element.dump(), is_text_type ? "a JSON string" : "a JSON number, string or boolean");
     return element.dump();
@@ -202,7 +243,7 @@ _variant_t ReadValue(const Property& property, const std::string& text) {
                            "importing an instance that has one");
     }
     if (IsArray(property.type)) return ReadArray(property, text);
-    return ReadScalar(property, IsTextType(property.type) ? Unquoted(property, text) : text);
+    return ReadScalar(property, Unquoted(property, text));
 }
 
 }  // namespace mgmtctl

@@ -2,8 +2,8 @@
 //
 //   const _variant_t value = ReadValue({L"Tags", CIM_STRING | CIM_FLAG_ARRAY, {}}, "[\"hr\",\"legal\"]");
 //
-// The text "null" is null; text in double quotes is read as a JSON string, where the type is one of text;
-// arrays are JSON arrays. Integers travel as decimal text, so that it is the service that checks their range.
+// The text "null" is null; text in double quotes is read as a JSON string; arrays are JSON arrays. What
+// --json prints of a value is read back as that value, but for objects. Integers travel as decimal text.
 // Stateless.
 #pragma once
 

@@ -18,12 +18,14 @@ class Enumeration {
     Enumeration(const Enumeration&) = delete;
     Enumeration& operator=(const Enumeration&) = delete;
 
-    bool Next(Property& property, long* flavor = nullptr) {
+    bool Next(Property& property) {
         CComBSTR name;
-        const HRESULT result = object_.Next(0, &name, property.value.GetAddress(), &property.type, flavor);
+        long flavor = 0;
+        const HRESULT result = object_.Next(0, &name, property.value.GetAddress(), &property.type, &flavor);
         Check(result, "cannot read the properties");
         if (result != WBEM_S_NO_ERROR) return false;
         property.name.assign(name, name.Length());
+        property.is_unset = flavor == WBEM_FLAVOR_ORIGIN_PROPAGATED;
         return true;
     }
 
@@ -84,16 +86,6 @@ std::vector<Property> PropertiesOf(IWbemClassObject& object) {
     return properties;
 }
 
-std::vector<std::wstring> NeverSet(IWbemClassObject& instance) {
-    std::vector<std::wstring> names;
-    Enumeration enumeration(instance);
-    long flavor = 0;
-    for (Property property; enumeration.Next(property, &flavor);) {
-        if (flavor == WBEM_FLAVOR_ORIGIN_PROPAGATED) names.push_back(std::move(property.name));
-    }
-    return names;
-}
-
 _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name) {
     _variant_t value;
     object.Get(name, 0, &value, nullptr, nullptr);
@@ -103,9 +95,11 @@ _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name) {
 std::optional<Property> PropertyOf(IWbemClassObject& object, const std::wstring& name) {
     Property property;
     property.name = name;
-    const HRESULT result = object.Get(name.c_str(), 0, &property.value, &property.type, nullptr);
+    long flavor = 0;
+    const HRESULT result = object.Get(name.c_str(), 0, &property.value, &property.type, &flavor);
     if (result == WBEM_E_NOT_FOUND) return std::nullopt;
     Check(result, "cannot read the property " + Utf8(name));
+    property.is_unset = flavor == WBEM_FLAVOR_ORIGIN_PROPAGATED;
     return property;
 }
 

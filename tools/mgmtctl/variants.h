@@ -21,18 +21,15 @@ struct Property {
     std::wstring name;
     CIMTYPE type = CIM_EMPTY;
     _variant_t value;
+    bool is_unset = false;  // of an instance: nobody has set it, and it reads as its class's default
 };
 
 // The properties of an instance or class in the object's order, system properties left out.
 std::vector<Property> PropertiesOf(IWbemClassObject& object);
 
-// The properties of an instance that nobody has set, to null or to a value: they read as their class's
-// default.
-std::vector<std::wstring> NeverSet(IWbemClassObject& instance);
-
 // One property's value, system properties included; empty where there is none of that name.
 _variant_t ValueOf(IWbemClassObject& object, const wchar_t* name);
-// The same, with the type that the object has for it; nothing where there is none of that name.
+// The same, with all that the object has for it; nothing where there is none of that name.
 std::optional<Property> PropertyOf(IWbemClassObject& object, const std::wstring& name);
 // The same as text; empty where it is none.
 std::string TextOf(IWbemClassObject& object, const wchar_t* name);

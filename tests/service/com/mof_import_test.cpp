@@ -103,8 +103,13 @@ TEST_F(MofImportTest, DeletionsAndForce) {
         "class A { [key] string ID; string V; }; instance of A { ID = \"a\"; V = \"v\"; };";
     ASSERT_CODE(S_OK, Import(schema));
     EXPECT_CODE(WBEM_E_CLASS_HAS_INSTANCES, Import("#pragma deleteclass(\"A\", FAIL)"));
-    EXPECT_CODE(S_OK,
-                Import("#pragma deleteinstance(\"A.ID=\\\"a\\\"\", FAIL)\n#pragma deleteclass(\"A\", FAIL)"));
+    WBEM_COMPILE_STATUS_INFO info{};
+    EXPECT_CODE(S_OK, Import("#pragma deleteinstance(\"A.ID=\\\"a\\\"\", FAIL)\n"
+                             "#pragma deleteinstance(\"A.ID=\\\"none\\\"\", NOFAIL)\n"
+                             "#pragma deleteclass(\"A\", FAIL)\n"
+                             "Qualifier Q : string, Scope(class);",
+                             &info));
+    EXPECT_EQ(info.ObjectNum, 3) << "without the one that deleted nothing";
     EXPECT_CODE(WBEM_E_INVALID_CLASS, CodeOf(L"A"));
     ASSERT_CODE(S_OK, Import(schema));
     ASSERT_CODE(S_OK, Import("#pragma classflags(\"forceupdate\")\nclass A { [key] string ID; };"));

@@ -52,9 +52,11 @@ void CheckStore(const Arguments& arguments) {
         PrintTable(counts);
     }
     if (counts.findings != 0)
-        throw OperationFailure("the store is damaged",
-                               "Restore it from a backup (\"mgmtctl backup\" makes them); \"mgmtctl export "
-                               "--instances\" writes what can still be read.");
+        throw OperationFailure(
+            "the store is damaged",
+            "Restore it from a backup (\"mgmtctl backup\" makes them). Where there is none, "
+            "\"mgmtctl export --instances\" may save a part: it can stop in the middle, and "
+            "leave out what cannot be read without saying so.");
 }
 
 }  // namespace mgmtctl

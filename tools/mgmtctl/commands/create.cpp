@@ -20,13 +20,11 @@ bool CreateThroughLibrary(const std::wstring& class_name, const std::wstring& id
     return CMgmtClass(class_name.c_str(), true).CreateInstance(source);
 }
 
-// The library leaves null values out, so that the property would have its default.
+// The library leaves null values out, and the property would never have been set.
 bool CreateWithNulls(const ClassDeclaration& declaration, const std::wstring& namespace_path,
                      const std::wstring& id, const std::vector<Change>& changes) {
-    const CComPtr<IWbemServices> services = Connect(namespace_path);
-    CComPtr<IWbemClassObject> instance;
-    return SUCCEEDED(Spawn(declaration, id, changes, instance)) &&
-           SUCCEEDED(services->PutInstance(instance, WBEM_FLAG_CREATE_ONLY, nullptr, nullptr));
+    return SUCCEEDED(
+        PutNew(*Connect(namespace_path), declaration, {{KEY, id.c_str()}}, changes, WBEM_FLAG_CREATE_ONLY));
 }
 
 }  // namespace
@@ -39,7 +37,7 @@ void Create(const Arguments& arguments) {
     const std::string path = Utf8(InstancePath(class_name, id));
 
     ForgetReason();
-    const bool is_created = HasNullForDefault(changes)
+    const bool is_created = HasNull(changes)
                                 ? CreateWithNulls(declaration, arguments.namespace_path, id, changes)
                                 : CreateThroughLibrary(class_name, id, changes);
     if (!is_created) {

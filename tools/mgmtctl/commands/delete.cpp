@@ -1,5 +1,6 @@
 #include <iostream>
 
+#include "tools/mgmtctl/class_declaration.h"
 #include "tools/mgmtctl/commands/commands.h"
 #include "tools/mgmtctl/failure.h"
 #include "tools/mgmtctl/instance_path.h"
@@ -27,6 +28,7 @@ bool DeleteByPath(const std::wstring& namespace_path, const std::wstring& path) 
 }  // namespace
 
 void Delete(const Arguments& arguments) {
+    RefuseClass("cannot delete ", arguments.path);
     const std::wstring path = TargetPath(arguments);
     const bool is_short = arguments.path.empty() && path.size() <= LONGEST_LIBRARY_PATH;
     ForgetReason();

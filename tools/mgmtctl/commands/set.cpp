@@ -3,6 +3,7 @@
 #include "tools/mgmtctl/changes.h"
 #include "tools/mgmtctl/commands/commands.h"
 #include "tools/mgmtctl/failure.h"
+#include "tools/mgmtctl/instance_keys.h"
 #include "tools/mgmtctl/instance_path.h"
 #include "tools/mgmtctl/json.h"
 #include "tools/mgmtctl/service.h"
@@ -48,25 +49,20 @@ class Writer {
         return object.Put(false);
     }
 
-    // The library's Put skips null values, so null goes into the object that it holds. The null in the bag
-    // keeps Put from writing the value that was read back over it. This way writes all that was read.
+    // The same through the service, because the library leaves null values out.
     bool UpdateWithNulls() const {
-        CMgmtObject object(path_.c_str());
-        if (!object.Get()) return false;
-        const _variant_t held = object;
-        for (const Change& change : changes_) {
-            if (!IsNull(change.value)) continue;
-            _variant_t null = change.value;
-            const HRESULT result = ObjectOf(held)->Put(change.name.c_str(), 0, &null, 0);
-            if (FAILED(result)) Fail("cannot change ", TakeReason(result));
-        }
-        SetValues(object);
-        return object.Put(false);
+        const CComPtr<IWbemServices> services = Connect(arguments_.namespace_path);
+        CComPtr<IWbemClassObject> instance;
+        HRESULT result = services->GetObject(_bstr_t(path_.c_str()), 0, nullptr, &instance, nullptr);
+        if (SUCCEEDED(result)) result = Apply(changes_, *instance);
+        if (SUCCEEDED(result))
+            result = services->PutInstance(instance, WBEM_FLAG_UPDATE_ONLY, nullptr, nullptr);
+        return SUCCEEDED(result);
     }
 
     void Create() const {
         ForgetReason();
-        if (HasNullForDefault(changes_)) return CreateWithNulls();
+        if (!arguments_.path.empty() || HasNull(changes_)) return CreateThroughService();
 
         CMgmtObject object(path_.c_str());
         object.SetCategoryID(Wide(declaration_.summary.name));
@@ -75,18 +71,17 @@ class Writer {
         if (!object.Put(true)) Fail("cannot create ", TakeReason());
     }
 
-    // A new instance that has null where its class has a default: the library has no way to say that.
-    void CreateWithNulls() const {
-        CComPtr<IWbemClassObject> instance;
-        HRESULT result = Spawn(declaration_, id_, changes_, instance);
-        const CComPtr<IWbemServices> services = Connect(arguments_.namespace_path);
-        if (SUCCEEDED(result))
-            result = services->PutInstance(instance, WBEM_FLAG_CREATE_OR_UPDATE, nullptr, nullptr);
+    // A new instance whose keys stand in its path, or that has null: the library has no way to say either.
+    void CreateThroughService() const {
+        const std::vector<Change> keys =
+            arguments_.path.empty() ? std::vector<Change>{{KEY, id_.c_str()}} : ReadKeys(declaration_, path_);
+        const HRESULT result = PutNew(*Connect(arguments_.namespace_path), declaration_, keys, changes_,
+                                      WBEM_FLAG_CREATE_OR_UPDATE);
         if (FAILED(result)) Fail("cannot create ", TakeReason(result));
     }
 
     [[noreturn]] void Fail(const char* attempt, Reason reason) const {
-        const bool may_create = reason.code == WBEM_E_NOT_FOUND && arguments_.path.empty();
+        const bool may_create = reason.code == WBEM_E_NOT_FOUND && !arguments_.is_create;
         std::string advice =
             may_create ? "Add --create to make it." : AdviceForWrite(reason.code, declaration_);
         throw OperationFailure(attempt + Path(), std::move(reason), std::move(advice));
@@ -118,6 +113,7 @@ void CheckKeysStay(const Arguments& arguments, const ClassDeclaration& declarati
 }  // namespace
 
 void Set(const Arguments& arguments) {
+    RefuseClass("cannot change ", arguments.path);
     const ClassDeclaration declaration = arguments.path.empty() ? ReadClassWithId(arguments.class_name)
                                                                 : ReadClass(ClassOfPath(arguments.path));
     CheckKeysStay(arguments, declaration);
