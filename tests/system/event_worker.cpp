@@ -163,18 +163,21 @@ int End(const char* how) {
     static const std::string asked = how;
     static auto* const all = new std::vector<std::unique_ptr<Watching>>;
     static std::atomic<int> told{0};
+    // Nobody may be within the library when the process's static objects go.
+    static std::atomic<bool> are_all_started{false};
     for (int i = 0; i < 10; ++i) {
         all->push_back(WatchThings(0));
         all->back()->recorder.during = [i](const KeptEvent&) {
             while (asked == "blocked" && i == 0)
                 pause();
-            if (++told >= 40 && asked == "exit") std::exit(0);
+            if (++told >= 40 && asked == "exit" && are_all_started) std::exit(0);
             CMgmtObject thing(L"Thing", L"a", nullptr);
             thing.Get();
             if (asked == "throw") throw std::runtime_error("every time");
         };
         if (!all->back()->watcher->Start()) return Fail("a subscription was refused");
     }
+    are_all_started = true;
     for (int i = 0; i < 60'000; ++i) {
         if (told >= 40 && asked != "exit") return 0;
         usleep(1'000);
