@@ -240,7 +240,7 @@ struct IWbemObjectTextSrc : IUnknown {
 MGMT_DEFINE_IID(IWbemObjectTextSrc, 0xbfbf883a, 0xcad7, 0x11d3, 0xa1, 0x1b, 0x00, 0x10, 0x5a, 0x1f, 0x51,
                 0x5a);
 
-// How a compilation ended. Lines count from 1; `ObjectNum` is the class or instance that failed.
+// How a compilation ended. Lines count from 1; `ObjectNum` is how many declarations were put.
 struct WBEM_COMPILE_STATUS_INFO {
     long lPhaseError;
     HRESULT hRes;

@@ -35,9 +35,13 @@ ChangeSignal::~ChangeSignal() {
 
 // The file is allocated in full: a page that finds no room on the disk would kill the process.
 void ChangeSignal::Open(const std::string& path) noexcept {
-    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    int fd = -1;
+    try {
+        fd = OpenStoreFile(path);
+    } catch (...) {
+        return;  // as where the file cannot be had
+    }
     if (fd < 0) return;
-    GiveToOwner(fd, path);
     if (posix_fallocate(fd, 0, kFileBytes) == 0) {
         void* const bytes = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         if (bytes != MAP_FAILED) word_ = static_cast<std::atomic<uint32_t>*>(bytes);

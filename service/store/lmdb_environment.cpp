@@ -229,7 +229,6 @@ Status LmdbEnvironment::OpenFiles() {
         file->device = facts.st_dev;
         file->inode = facts.st_ino;
     }
-    if (int data = -1; mdb_env_get_fd(env_, &data) == 0) GiveToOwner(data, data_file_.path);
     if (is_new) SyncDirectory(directory_);
     return {};
 }

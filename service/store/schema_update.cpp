@@ -162,7 +162,7 @@ Status SchemaUpdate::Put(ClassDeclaration declaration, PutCondition condition, C
     if (!older && is_changed) writer_.cache_->ClearLists();
     if (!before_ || !is_other) return {};
     current_.clear();
-    if (older) older_[folded] = older;
+    if (older) redeclared_.insert(folded);
     staged_[folded] = {std::move(newer), mode == ClassUpdate::kForced};
     return {};
 }
@@ -205,7 +205,7 @@ Status SchemaUpdate::Finish(std::string& at_fault) {
     for (const ClassVersion& version : versions)
         now.push_back(version.newer);
     for (const auto& [folded, staged] : staged_) {
-        if (older_.contains(folded)) continue;
+        if (redeclared_.contains(folded)) continue;
         SERVICE_ASSIGN_OR_RETURN(ClassPtr added, Current(staged.definition));
         now.push_back(std::move(added));
     }

@@ -59,11 +59,11 @@ class SchemaUpdate {
 
     RepositoryWriter& writer_;
     const Namespace space_;
-    std::unordered_set<std::string> pending_;          // folded names
-    std::unordered_map<std::string, Staged> staged_;   // by folded names; from the first change on
-    std::unordered_map<std::string, ClassPtr> older_;  // of those staged that were there before
-    std::unordered_map<uint32_t, ClassPtr> current_;   // by numbers
-    SchemaCache::ClassList before_;                    // all classes, when one of them changes
+    std::unordered_set<std::string> pending_;         // folded names
+    std::unordered_map<std::string, Staged> staged_;  // by folded names; from the first change on
+    std::unordered_set<std::string> redeclared_;      // of those staged that were there before
+    std::unordered_map<uint32_t, ClassPtr> current_;  // by numbers
+    SchemaCache::ClassList before_;                   // all classes, when one of them changes
 };
 
 }  // namespace service

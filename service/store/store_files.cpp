@@ -84,19 +84,18 @@ bool WasInUse(const std::string& directory) noexcept {
     }
 }
 
-void GiveToOwner(int fd, const std::string& path) noexcept {
-    if (geteuid() != 0) return;
-    struct stat file {};
+int OpenStoreFile(const std::string& path) {
+    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+    int fd = open(path.c_str(), kFlags);
+    if (fd >= 0 || errno != ENOENT) return fd;
+    fd = open(path.c_str(), kFlags | O_CREAT | O_EXCL, kStoreFileMode);
+    if (fd < 0) return errno == EEXIST ? open(path.c_str(), kFlags) : -1;
     struct stat directory {};
-    try {
-        const std::string parent = path.substr(0, path.rfind('/'));
-        const bool is_roots = fstat(fd, &file) == 0 && file.st_uid == 0;
-        if (is_roots && stat(parent.c_str(), &directory) == 0 && directory.st_uid != 0 &&
-            fchown(fd, directory.st_uid, directory.st_gid) != 0)
-            return;  // then it stays root's
-    } catch (...) {
-        return;
-    }
+    const bool is_others = geteuid() == 0 && stat(path.substr(0, path.rfind('/')).c_str(), &directory) == 0 &&
+                           directory.st_uid != 0;
+    // Where it cannot be given away it stays root's.
+    if (is_others) static_cast<void>(!fchown(fd, directory.st_uid, directory.st_gid));
+    return fd;
 }
 
 Status MakeDirectory(const std::string& directory) {
@@ -121,9 +120,8 @@ Status MakeDirectory(const std::string& directory) {
 Status AllocateLockFile(const std::string& directory, unsigned max_readers) {
     constexpr off_t kBytesPerReader = 64;
     const std::string what = "the store " + directory + " cannot be opened";
-    const int fd = open((directory + "/lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kStoreFileMode);
+    const int fd = OpenStoreFile(directory + "/lock.mdb");
     if (fd < 0) return SystemFault(errno, what);
-    GiveToOwner(fd, directory + "/lock.mdb");
     const off_t bytes = kBytesPerReader * (static_cast<off_t>(max_readers) + 2);
     struct stat facts {};
     int code = fstat(fd, &facts) != 0 ? errno : 0;

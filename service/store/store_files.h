@@ -31,9 +31,11 @@ bool HasStore(const std::string& directory) noexcept;
 // Whether what stands beside an empty data file tells that there was something in it.
 bool WasInUse(const std::string& directory) noexcept;
 
-// A file of a store belongs to the account that its directory belongs to: root may look at a store without
-// shutting its owner out. `path` is the open file's.
-void GiveToOwner(int fd, const std::string& path) noexcept;
+// Opens a file beside the data file for reading and writing, made if it is not there; -1 with errno. One that
+// root makes belongs to the account that the directory belongs to, so that root may look at a store without
+// shutting its owner out. None but a file that was made just here is given away, and no link is followed:
+// what stands in the directory is its owner's choice.
+int OpenStoreFile(const std::string& path);
 
 // Makes the directory and those above it. A store's own directory is for its account alone.
 // WBEM_E_NOT_AVAILABLE for a directory that holds other files but no store.
