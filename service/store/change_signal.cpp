@@ -17,11 +17,17 @@ namespace service {
 namespace {
 
 constexpr size_t kFileBytes = 4096;
-constexpr size_t kNoteOffset = 64;
+constexpr size_t kNotesOffset = 64;
 constexpr std::chrono::milliseconds kWithoutSignal{100};
 
 static_assert(std::atomic<uint32_t>::is_always_lock_free &&
               sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+static_assert(std::atomic<uint64_t>::is_always_lock_free &&
+              sizeof(std::atomic<uint64_t>) == sizeof(uint64_t));
+
+constexpr size_t PlaceOfNote(size_t index) noexcept {
+    return kNotesOffset + index * sizeof(uint64_t);
+}
 
 long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value, const timespec* timeout) noexcept {
     return syscall(SYS_futex, word, operation, value, timeout, nullptr, 0);
@@ -49,25 +55,18 @@ void ChangeSignal::Open(const std::string& path) noexcept {
     close(fd);
 }
 
-std::atomic<uint64_t>* ChangeSignal::note() const noexcept {
+std::atomic<uint64_t>* ChangeSignal::note(size_t index) const noexcept {
     char* const bytes = reinterpret_cast<char*>(word_);
-    return bytes ? reinterpret_cast<std::atomic<uint64_t>*>(bytes + kNoteOffset) : nullptr;
+    return bytes ? reinterpret_cast<std::atomic<uint64_t>*>(bytes + PlaceOfNote(index)) : nullptr;
 }
 
-uint64_t ChangeSignal::Noted() const noexcept {
-    return word_ ? note()->load(std::memory_order_relaxed) : 0;
-}
-
-uint64_t ChangeSignal::NotedIn(const std::string& path) noexcept {
+uint64_t ChangeSignal::NoteIn(const std::string& path, size_t index) noexcept {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     uint64_t noted = 0;
-    if (fd < 0 || pread(fd, &noted, sizeof noted, kNoteOffset) != sizeof noted) noted = 0;
+    const auto place = static_cast<off_t>(PlaceOfNote(index));
+    if (fd < 0 || pread(fd, &noted, sizeof noted, place) != sizeof noted) noted = 0;
     if (fd >= 0) close(fd);
     return noted;
-}
-
-void ChangeSignal::Note(uint64_t number) noexcept {
-    if (word_) note()->store(number, std::memory_order_relaxed);
 }
 
 uint32_t ChangeSignal::Read() const noexcept {

@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -32,20 +33,19 @@ class ChangeSignal {
     // Maps the file, made if it does not exist.
     void Open(const std::string& path) noexcept;
 
-    // A note for all who open the store: what was last passed to Note, 0 at first or where there is no file.
-    uint64_t Noted() const noexcept;
-    void Note(uint64_t number) noexcept;
+    // One of kNotes numbers that all processes of the store share, for whoever needs one; 0 at first. Null
+    // where the file cannot be had.
+    static constexpr size_t kNotes = 2;
+    std::atomic<uint64_t>* note(size_t index) const noexcept;
 
     // The same of a file that is not open; 0 where there is none.
-    static uint64_t NotedIn(const std::string& path) noexcept;
+    static uint64_t NoteIn(const std::string& path, size_t index) noexcept;
 
     uint32_t Read() const noexcept;
     void Raise() noexcept;
     void Wait(uint32_t seen, std::chrono::nanoseconds timeout) noexcept;
 
  private:
-    std::atomic<uint64_t>* note() const noexcept;
-
     std::atomic<uint32_t>* word_ = nullptr;
 };
 

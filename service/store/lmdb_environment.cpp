@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -92,8 +93,10 @@ bool LmdbEnvironment::IsOf(const std::string& directory) const noexcept {
 }
 
 bool LmdbEnvironment::FileInUse::IsInPlace() const noexcept {
-    struct stat found {};
-    return stat(path.c_str(), &found) == 0 && found.st_dev == device && found.st_ino == inode;
+    // Without its times, see FileSeal.
+    struct statx found {};
+    return statx(AT_FDCWD, path.c_str(), 0, STATX_INO, &found) == 0 && found.stx_ino == inode &&
+           makedev(found.stx_dev_major, found.stx_dev_minor) == device;
 }
 
 Status LmdbEnvironment::CheckInPlace() const {
@@ -114,6 +117,7 @@ Status LmdbEnvironment::CheckInPlaceNowAndThen() {
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
     if (now.tv_sec < next_check_.load(std::memory_order_relaxed)) return {};
     SERVICE_RETURN_IF_ERROR(CheckInPlace());
+    if (seal_.IsViolated()) SERVICE_RETURN_IF_ERROR(LookThrough());
     next_check_.store(now.tv_sec + 1, std::memory_order_relaxed);
     return {};
 }
@@ -139,7 +143,7 @@ Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string
         SERVICE_RETURN_IF_ERROR(environment->OpenFiles());
         environment->signal_.Open(directory + "/changes.signal");
         BusErrorNotice::Add(directory);
-        SERVICE_RETURN_IF_ERROR(environment->LookThrough());
+        SERVICE_RETURN_IF_ERROR(environment->LookThroughAtOpening());
         SERVICE_RETURN_IF_ERROR(environment->CompleteDataFile());
         SERVICE_RETURN_IF_ERROR(environment->OpenTables());
     } catch (const LmdbAssertion& assertion) {
@@ -176,7 +180,7 @@ Status LmdbEnvironment::CheckMetaPages() const {
 }
 
 // What was cut off or overwritten while nobody used the store is noticed before LMDB reads it.
-Status LmdbEnvironment::LookThrough() {
+Status LmdbEnvironment::LookThroughAtOpening() {
     int fd = -1;
     MDB_envinfo info{};
     MDB_stat facts{};
@@ -184,17 +188,21 @@ Status LmdbEnvironment::LookThrough() {
     mdb_env_info(env_, &info);
     mdb_env_stat(env_, &facts);
     if (mdb_env_get_fd(env_, &fd) != 0 || fstat(fd, &file) != 0) return {};
-    const uint64_t boot = options_.boot != 0 ? options_.boot : NumberOfBoot();
+    seal_.Open(signal_, fd, options_.boot != 0 ? options_.boot : NumberOfBoot());
     const bool is_short = static_cast<uint64_t>(file.st_size) < (info.me_last_pgno + 1) * facts.ms_psize;
     const bool is_small = static_cast<uint64_t>(file.st_size) <= options_.looked_through_bytes;
-    if (!is_short && !is_small && signal_.Noted() == boot) return {};
+    return is_short || is_small || !seal_.Holds() ? LookThrough() : Status();
+}
+
+Status LmdbEnvironment::LookThrough() {
+    const FileSeal::Look look = seal_.BeginLook();
     std::string fault;
     SERVICE_RETURN_IF_ERROR(FindFaults([&](const std::string& found) {
         fault = found;
         return false;
     }));
     if (!fault.empty()) return Damaged(fault);
-    signal_.Note(boot);
+    seal_.EndLook(look);
     return {};
 }
 
@@ -246,7 +254,10 @@ Status LmdbEnvironment::CompleteDataFile() {
     if (code == 0) code = mdb_env_stat(env_, &facts);
     if (code == 0 && fstat(fd, &file) != 0) code = errno;
     const auto length = static_cast<off_t>((info.me_last_pgno + 1) * facts.ms_psize);
-    if (code == 0 && file.st_size < length) code = posix_fallocate(fd, length - 1, 1);
+    if (code == 0 && file.st_size < length) {
+        const FileSeal::Writing writing(seal_, 0);
+        code = posix_fallocate(fd, length - 1, 1);
+    }
     return code == 0 ? Status() : StatusOf(code, "the store " + directory_ + " cannot be opened");
 }
 
@@ -317,6 +328,7 @@ Status LmdbEnvironment::MakeTables() {
         code = mdb_put(txn, tables_.meta, &key, &value, 0);
     }
     if (code == 0) {
+        const FileSeal::Writing writing(seal_, mdb_txn_id(txn));
         code = mdb_txn_commit(txn);
         if (code == 0) code = mdb_env_sync(env_, 1);
     } else {
@@ -343,6 +355,7 @@ Status LmdbEnvironment::RedoLostCommits() {
         }
         code = ReplayOperations(txn, tables_, operations);
         if (code == 0) {
+            const FileSeal::Writing writing(seal_, number);
             code = mdb_txn_commit(txn);
             if (code == 0) code = mdb_env_sync(env_, 1);
         } else {
@@ -551,8 +564,8 @@ void LmdbEnvironment::LetGo(const MapRange& scanned) noexcept {
     scanned_.Add(scanned);
     if (scanned_.read_bytes < kScannedBeforeLetGo) return;
     const auto page_bytes = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t begin = scanned_.lowest / page_bytes * page_bytes;
-    madvise(reinterpret_cast<void*>(begin), scanned_.highest - begin, MADV_DONTNEED);
+    const char* const page = scanned_.begin - reinterpret_cast<uintptr_t>(scanned_.begin) % page_bytes;
+    madvise(const_cast<char*>(page), static_cast<size_t>(scanned_.end - page), MADV_DONTNEED);
     scanned_ = {};
 }
 

@@ -33,6 +33,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,6 +44,7 @@
 #include "service/model/function_ref.h"
 #include "service/model/status.h"
 #include "service/store/change_signal.h"
+#include "service/store/file_seal.h"
 #include "service/store/lmdb_tables.h"
 #include "service/store/redo_slots.h"
 #include "service/store/store.h"
@@ -52,19 +54,17 @@ namespace service {
 // A stretch of the map.
 struct MapRange {
     void Add(std::string_view bytes) noexcept {
-        const auto begin = reinterpret_cast<uintptr_t>(bytes.data());
-        lowest = std::min(lowest, begin);
-        highest = std::max(highest, begin + bytes.size());
-        read_bytes += bytes.size();
+        Add({bytes.data(), bytes.data() + bytes.size(), bytes.size()});
     }
     void Add(const MapRange& other) noexcept {
-        lowest = std::min(lowest, other.lowest);
-        highest = std::max(highest, other.highest);
+        if (!other.begin) return;
+        begin = begin ? std::min(begin, other.begin) : other.begin;
+        end = std::max(end, other.end);
         read_bytes += other.read_bytes;
     }
 
-    uintptr_t lowest = UINTPTR_MAX;
-    uintptr_t highest = 0;
+    const char* begin = nullptr;
+    const char* end = nullptr;
     size_t read_bytes = 0;  // of those in between
 };
 
@@ -90,12 +90,13 @@ class LmdbEnvironment {
     // Whether the process was forked since: the environment must be opened anew.
     bool IsAbandoned() const noexcept;
 
-    // Whether the data file that this environment uses is that of the directory.
     // WBEM_E_NOT_AVAILABLE when the files that are open are not those of the store's directory any more: what
-    // is written to them would be lost, and without the common lock processes write over one another. The
-    // second form asks the system at most once a second.
-    Status CheckInPlace() const;
+    // is written to them would be lost, and without the common lock processes write over one another.
+    // WBEM_E_CRITICAL_ERROR when somebody else has written to the data file, and damaged it. Asks the system
+    // at most once a second; WriteTransaction::Check is for those who write.
     Status CheckInPlaceNowAndThen();
+
+    // Whether the data file that this environment uses is that of the directory.
     bool IsOf(const std::string& directory) const noexcept;
 
     ChangeSignal& signal() noexcept { return signal_; }
@@ -141,6 +142,8 @@ class LmdbEnvironment {
     Status OpenTables();
     Status CheckMetaPages() const;
     int CopyFile(int fd);
+    Status CheckInPlace() const;
+    Status LookThroughAtOpening();
     Status LookThrough();
     Status CompleteDataFile();
     bool IsRoomFor(size_t bytes) const noexcept;
@@ -166,6 +169,7 @@ class LmdbEnvironment {
     LmdbTables tables_;
     RedoSlots redo_;
     ChangeSignal signal_;
+    FileSeal seal_;
     FileInUse data_file_;
     FileInUse lock_file_;
     std::atomic<time_t> next_check_{0};
@@ -229,6 +233,9 @@ class WriteTransaction {
     int Put(MDB_dbi table, MDB_val key, MDB_val value, unsigned flags = 0);
     int Delete(MDB_dbi table, MDB_val key);
 
+    // The same as LmdbEnvironment::CheckInPlaceNowAndThen, before a commit.
+    Status Check();
+
     // LMDB's result; on success the transaction is on the disk.
     int Commit();
     MDB_txn* get() const noexcept { return txn_; }
@@ -239,8 +246,10 @@ class WriteTransaction {
     LmdbEnvironment& environment_;
     ThreadInside inside_;
     MDB_txn* txn_ = nullptr;
+    size_t operations_ = 0;
     std::string redo_;  // the operations so far, as long as they fit the slot
     bool fits_redo_ = true;
+    std::optional<FileSeal::Writing> writing_;
 };
 
 }  // namespace service

@@ -121,7 +121,7 @@ class LmdbStore final : public Store {
         Status fault = write(writer);
         if (writer.NeedsRoom()) return {};
         if (!fault.ok()) return fault;
-        SERVICE_RETURN_IF_ERROR(environment.CheckInPlace());
+        SERVICE_RETURN_IF_ERROR(txn.Check());
         const int code = txn.Commit();
         if (code == MDB_MAP_FULL) return {};
         if (code != 0) return environment.StatusOf(code, "the store " + directory_ + " could not be written");

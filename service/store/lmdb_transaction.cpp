@@ -7,6 +7,10 @@
 namespace service {
 namespace {
 
+// LMDB keeps 131,072 changed pages in memory before it begins to write some into the file; an operation
+// changes a few.
+constexpr size_t kOperationsWithoutSpill = 32'768;
+
 // The innermost of the transactions that this thread runs.
 thread_local const ThreadInside* t_inside = nullptr;
 
@@ -85,6 +89,9 @@ int WriteTransaction::Delete(MDB_dbi table, MDB_val key) {
 void WriteTransaction::Note(uint8_t operation, MDB_dbi table, const MDB_val& key, const MDB_val& value) {
     if (fits_redo_) fits_redo_ = AppendOperation(environment_.tables_, operation, table, key, value, redo_);
     if (!fits_redo_) redo_.clear();
+    if (++operations_ != kOperationsWithoutSpill || environment_.seal_.IsViolatedBefore(mdb_txn_id(txn_)))
+        return;
+    writing_.emplace(environment_.seal_, mdb_txn_id(txn_));
 }
 
 // A commit that does not fit the slots needs LMDB's second flush, which the environment leaves out. Its slot
@@ -92,15 +99,23 @@ void WriteTransaction::Note(uint8_t operation, MDB_dbi table, const MDB_val& key
 int WriteTransaction::Commit() {
     if (fits_redo_ && redo_.empty()) return 0;
     const uint64_t number = mdb_txn_id(txn_);
+    if (!writing_) writing_.emplace(environment_.seal_, number);
     const bool is_written = environment_.redo_.Write(number, redo_);
     const bool is_redoable = is_written && fits_redo_;
     MDB_txn* txn = std::exchange(txn_, nullptr);
     int code = mdb_txn_commit(txn);
     if (code != 0 && is_written) environment_.ForgetRedo(number);
     if (code == 0 && !is_redoable) code = mdb_env_sync(environment_.env_, 1);
+    writing_.reset();
     environment_.LeaveTransaction();
     inside_.Leave();
     return code;
+}
+
+Status WriteTransaction::Check() {
+    SERVICE_RETURN_IF_ERROR(environment_.CheckInPlace());
+    const bool is_violated = !writing_ && environment_.seal_.IsViolatedBefore(mdb_txn_id(txn_));
+    return is_violated ? environment_.LookThrough() : Status();
 }
 
 WriteTransaction::~WriteTransaction() {

@@ -168,7 +168,8 @@ struct StoreOptions {
     size_t change_log_bytes = size_t{64} << 20;
 
     // A data file of at most so many bytes is looked through whenever it is opened, a larger one when it is
-    // opened for the first time since the system was started: LMDB trusts the pages that it finds.
+    // opened for the first time since the system was started, or when somebody else than a store has written
+    // to it: LMDB trusts the pages that it finds.
     size_t looked_through_bytes = size_t{16} << 20;
 
     // Identifies the run of the system since it was started; 0 to ask the system. Another one is what a test

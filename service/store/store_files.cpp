@@ -12,7 +12,7 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
-#include "service/store/change_signal.h"
+#include "service/store/file_seal.h"
 
 namespace service {
 namespace {
@@ -78,7 +78,7 @@ bool HasStore(const std::string& directory) noexcept {
 
 bool WasInUse(const std::string& directory) noexcept {
     try {
-        return ChangeSignal::NotedIn(directory + "/changes.signal") != 0;
+        return FileSeal::WasMadeIn(directory + "/changes.signal");
     } catch (...) {
         return false;
     }

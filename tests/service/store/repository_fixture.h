@@ -108,6 +108,7 @@ class RepositoryFixture : public testing::Test {
         while (cursor.ok() && !cursor->AtEnd() && !HasFailure())
             EXPECT_OK(cursor->Read(100, instances));
         std::vector<std::string> ids;
+        ids.reserve(instances.size());
         for (const Instance& instance : instances)
             ids.push_back(TextOf(instance, "ID"));
         return ids;

@@ -45,8 +45,16 @@ class StoreFaultTest : public testing::Test {
         std::ifstream file(data_file, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
+    // Later than all that was written before, by the file system's clock.
     void WriteFile(const std::string& bytes) const {
-        std::ofstream(data_file, std::ios::binary | std::ios::trunc) << bytes;
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        struct stat facts {};
+        do {
+            std::ofstream(data_file, std::ios::binary | std::ios::trunc) << bytes;
+            stat(data_file.c_str(), &facts);
+        } while (std::pair(facts.st_ctim.tv_sec, facts.st_ctim.tv_nsec) <=
+                 std::pair(now.tv_sec, now.tv_nsec));
     }
     // A file system of `bytes` over the test's directory, in a namespace of this process. False without the
     // right to it.
@@ -73,8 +81,8 @@ class StoreFaultTest : public testing::Test {
 TEST_F(StoreFaultTest, AFullDiskIsSaidAndGotOver) {
     InChild([&] {
         if (!MountOver("size=3m")) return kCannotTry;
-        const auto store = OpenStore(path, {.change_log_bytes = 256 * 1024});
-        std::ofstream(directory.path() + "/ballast") << std::string(1024 * 1024, 'b');
+        const auto store = OpenStore(path, {.change_log_bytes = size_t{256} * 1024});
+        std::ofstream(directory.path() + "/ballast") << std::string(size_t{1024} * 1024, 'b');
         int written = 0;
         Status fault;
         while ((fault = TryPut(*store, std::to_string(written), std::string(20'000, 'r'))).ok())
@@ -388,7 +396,9 @@ TEST_F(DamagedFileTest, AByteFlippedAnywhereCrashesNobody) {
         std::string damaged = sound;
         damaged[at] = static_cast<char>(damaged[at] ^ (1 << bit));
         WriteFile(damaged);
-        const int code = RunInChild([&] { return UseIt({}); });
+        // The file counts as a large one every other time.
+        const StoreOptions options{.looked_through_bytes = size_t{bit % 2} << 20};
+        const int code = RunInChild([&] { return UseIt(options); });
         const bool is_right = code <= 1 || (code == 3 && at % kPage >= 16);
         ASSERT_TRUE(is_right) << code << " for bit " << bit << " of byte " << at % kPage << " of page "
                               << at / kPage;
@@ -408,6 +418,41 @@ TEST_F(DamagedFileTest, AByteFlippedAnywhereCrashesNobody) {
         }
     }
     EXPECT_GT(refused, 30);
+}
+
+TEST_F(DamagedFileTest, AByteFlippedUnderAProcessIsNeitherReadNorBuiltOn) {
+    // The first entry of every leaf leads out of its page.
+    const auto damaged = [](std::string bytes) {
+        for (size_t page = 2; page * kPage < bytes.size(); ++page) {
+            if (bytes[page * kPage + 10] == 2) bytes[page * kPage + 17] = '\xff';
+        }
+        return bytes;
+    };
+    const auto is_refused = [](const Status& fault) {
+        return fault.code() == WBEM_E_CRITICAL_ERROR && fault.reason().find("backup") != std::string::npos;
+    };
+    ASSERT_EQ(RunInChild([&] {
+                  const auto store = OpenStore(path, {.looked_through_bytes = 0});
+                  Put(*store, 1, "before", "r");
+                  const std::string latest = ReadFile();
+                  const Status fault = store->Write([&](StoreWriter& writer) {
+                      SERVICE_RETURN_IF_ERROR(PutIn(writer, 1, "never", "r"));
+                      // Writers look a hundred times a second at most.
+                      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                      WriteFile(damaged(latest));
+                      return Status();
+                  });
+                  if (!is_refused(fault)) return 1;
+                  // Readers look once a second.
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1'100));
+                  if (!is_refused(store->Read([](StoreReader&) { return Status(); }))) return 2;
+                  WriteFile(latest);
+                  if (Get(*store, 1, "before") != "r" || Get(*store, 1, "never")) return 3;
+                  Put(*store, 1, "after", "r");
+                  return testing::Test::HasFailure() ? 4 : 0;
+              }),
+              0);
+    EXPECT_EQ(Get(*OpenStore(path), 1, "after"), "r");
 }
 
 std::string ErrorsOf(const std::string& file) {
