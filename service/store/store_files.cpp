@@ -57,6 +57,8 @@ Status SystemFault(int error, const std::string& what) {
         case ENAMETOOLONG:
         case ELOOP:
             return {WBEM_E_NOT_AVAILABLE, reason + ". MGMT_STORE must name a directory"};
+        case EFBIG:
+            return {WBEM_E_NOT_AVAILABLE, reason + ". Raise the limit of the size of files (ulimit -f)"};
         case EMFILE:
         case ENFILE:
             return {WBEM_E_NOT_AVAILABLE, reason + ". Raise the limit of open files, or close some"};

@@ -131,5 +131,6 @@ int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "C.UTF-8");
     // Writing fails instead, and the command ends as it should.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     return mgmtctl::Main(argc, argv);
 }

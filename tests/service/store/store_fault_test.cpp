@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -102,6 +103,23 @@ TEST_F(StoreFaultTest, AFullDiskIsSaidAndGotOver) {
 }
 
 // In 136 KiB the first page of the data file finds room, and not the second.
+TEST_F(StoreFaultTest, ALimitOfTheSizeOfFilesIsSaidAndGotOver) {
+    InChild([&] {
+        const auto store = OpenStore(path);
+        Put(*store, 1, "k", "r");
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit lower{std::filesystem::file_size(data_file), limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &lower);
+        const Status fault = TryPut(*store, "large", std::string(100'000, 'r'));
+        if (fault.reason().find("ulimit -f") == std::string::npos) return 1;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        if (Get(*store, 1, "large") || Get(*store, 1, "k") != "r") return 2;
+        return TryPut(*store, "large", "r").ok() ? 0 : 3;
+    });
+}
+
 TEST_F(StoreFaultTest, AStoreIsMadeOnceThereIsRoomForIt) {
     for (const char* size : {"size=64k", "size=136k", "size=140k"}) {
         InChild([&] {
@@ -283,6 +301,7 @@ TEST_F(StoreFaultTest, FiveHundredReadAtOnce) {
     std::barrier all_read(kReaders + 1);
     {
         std::vector<std::jthread> readers;
+        readers.reserve(kReaders);
         for (int i = 0; i < kReaders; ++i) {
             readers.emplace_back([&] {
                 EXPECT_OK(store->Read([&](StoreReader& reader) {
@@ -323,7 +342,7 @@ class DamagedFileTest : public StoreFaultTest {
  protected:
     DamagedFileTest() {
         EXPECT_EQ(RunInChild([&] {
-                      const auto store = OpenStore(path, {.change_log_bytes = 32 * 1024});
+                      const auto store = OpenStore(path, {.change_log_bytes = size_t{32} * 1024});
                       for (int i = 0; i < kInstances; ++i)
                           Put(*store, 1, KeyOf(i), RecordOf(i));
                       for (int i = 0; i < kInstances; i += 7)
