@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <link.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,6 +14,7 @@
 
 #include "tests/platform/test_module/trace.h"
 #include "tests/platform/threads.h"
+#include "tests/service/child_process.h"
 
 namespace {
 
@@ -35,17 +35,14 @@ TEST_F(CriticalSectionTest, AForkedChildFindsItFree) {
         LeaveCriticalSection(&section_);
     });
     is_entered.acquire();
-    const pid_t child = fork();
-    if (child == 0) {
+    ChildProcess child([&] {
         alarm(30);
         EnterCriticalSection(&section_);
         LeaveCriticalSection(&section_);
         EnterCriticalSection(&section_);
-        _exit(0);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        return 0;
+    });
+    EXPECT_EQ(child.Wait(), 0);
     is_done.release();
 }
 

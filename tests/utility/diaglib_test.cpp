@@ -1,6 +1,5 @@
 #include "utility/common/diaglib.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/platform/threads.h"
+#include "tests/service/child_process.h"
 
 namespace {
 
@@ -38,8 +38,7 @@ std::vector<std::string> Lines(std::istream&& text) {
 std::string LogInChild(const char* setting, const std::function<void()>& log) {
     int pipe[2];
     if (::pipe(pipe) != 0) return "no pipe";
-    const pid_t child = fork();
-    if (child == 0) {
+    ChildProcess child([&] {
         dup2(pipe[1], STDERR_FILENO);
         close(pipe[0]);
         close(pipe[1]);
@@ -49,17 +48,15 @@ std::string LogInChild(const char* setting, const std::function<void()>& log) {
             unsetenv("MGMT_LOG");
         }
         log();
-        _exit(0);
-    }
+        return 0;
+    });
     close(pipe[1]);
     std::string output;
     char buffer[4096];
     for (ssize_t count; (count = read(pipe[0], buffer, sizeof buffer)) > 0;)
         output.append(buffer, static_cast<std::size_t>(count));
     close(pipe[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << "the logging process did not end well";
+    EXPECT_EQ(child.Wait(), 0) << "the logging process did not end well";
     return output;
 }
 
