@@ -213,4 +213,65 @@ TEST_F(ClassObjectTest, ACloneIsAnObjectOfItsOwn) {
     EXPECT_CODE(WBEM_E_INVALID_PARAMETER, policy->Clone(nullptr));
 }
 
+// What a call hands out as an array of names.
+template <typename Call>
+std::vector<std::string> NamesFrom(Call call) {
+    SAFEARRAY* names = nullptr;
+    EXPECT_CODE(S_OK, call(&names));
+    std::vector<std::string> list;
+    for (ULONG i = 0; names && i < names->rgsabound[0].cElements; ++i)
+        list.push_back(Narrow(static_cast<BSTR*>(names->pvData)[i]));
+    SafeArrayDestroy(names);
+    return list;
+}
+
+TEST_F(ClassObjectTest, NamesAreHandedOutAtOnce) {
+    const auto policy = Get(L"Policy");
+    const auto names = [&](long flags) {
+        return NamesFrom([&](SAFEARRAY** list) { return policy->GetNames(nullptr, flags, nullptr, list); });
+    };
+    for (const long flags : {0L, long{WBEM_FLAG_LOCAL_ONLY}, long{WBEM_FLAG_PROPAGATED_ONLY},
+                             long{WBEM_FLAG_SYSTEM_ONLY}, long{WBEM_FLAG_KEYS_ONLY}})
+        EXPECT_EQ(names(flags), Names(policy, flags)) << flags;
+    EXPECT_THAT(names(WBEM_FLAG_KEYS_ONLY | WBEM_FLAG_NONSYSTEM_ONLY), ElementsAre("ID"));
+    SAFEARRAY* none = nullptr;
+    EXPECT_CODE(WBEM_E_NOT_SUPPORTED, policy->GetNames(L"key", WBEM_FLAG_ONLY_IF_TRUE, nullptr, &none));
+}
+
+TEST_F(ClassObjectTest, AMethodsSignaturesAreClasses) {
+    ASSERT_CODE(S_OK, Import("class Doer : Base { [Static, Description(\"d\")] uint32 Do([In] string What, "
+                             "[Out] uint8 Count, [In, Out] boolean Both); };"));
+    const auto doer = Get(L"Doer");
+    ObjectPointer in, out;
+    ASSERT_CODE(S_OK, doer->GetMethod(L"do", 0, &in, &out));
+    EXPECT_THAT(Names(in, WBEM_FLAG_NONSYSTEM_ONLY), ElementsAre("Both", "What"));
+    EXPECT_THAT(Names(out, WBEM_FLAG_NONSYSTEM_ONLY), ElementsAre("Both", "Count", "ReturnValue"));
+    CComPtr<IWbemQualifierSet> qualifiers;
+    ASSERT_CODE(S_OK, doer->GetMethodQualifierSet(L"DO", &qualifiers));
+    EXPECT_THAT(NamesFrom([&](SAFEARRAY** list) { return qualifiers->GetNames(0, list); }),
+                ElementsAre("Static", "Description"));
+    EXPECT_CODE(WBEM_E_NOT_FOUND, doer->GetMethod(L"Undo", 0, nullptr, nullptr));
+    EXPECT_CODE(WBEM_E_NOT_SUPPORTED, doer->DeleteMethod(L"Do"));
+    EXPECT_CODE(WBEM_E_INVALID_OPERATION, Spawn(L"Doer")->GetMethod(L"Do", 0, nullptr, nullptr));
+}
+
+TEST_F(ClassObjectTest, AListOfClassesMayBeSkippedClonedAndBegunAgain) {
+    CComPtr<IEnumWbemClassObject> classes, rest;
+    ASSERT_CODE(S_OK, services->CreateClassEnum(CComBSTR(L"Base"), 0, nullptr, &classes));
+    const auto next = [](IEnumWbemClassObject* list) {
+        ObjectPointer object;
+        ULONG count = 0;
+        return list->Next(WBEM_INFINITE, 1, &object, &count) == S_OK ? Show(object, L"__CLASS") : "none";
+    };
+    const std::string first = next(classes);
+    ASSERT_CODE(S_OK, classes->Clone(&rest));
+    const std::string second = next(classes);
+    EXPECT_EQ(next(classes), "none");
+    EXPECT_EQ(next(rest), second) << "a clone stands where the list stood";
+    ASSERT_CODE(S_OK, classes->Reset());
+    EXPECT_EQ(next(classes), first);
+    EXPECT_CODE(S_OK, classes->Skip(0, 1));
+    EXPECT_CODE(WBEM_S_FALSE, classes->Skip(0, 1));
+}
+
 }  // namespace
