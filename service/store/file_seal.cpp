@@ -78,10 +78,15 @@ bool FileSeal::Holds() const noexcept {
     }
 }
 
-bool FileSeal::IsViolated() const noexcept {
+bool FileSeal::IsChangedAfter(uint64_t seal) const noexcept {
+    return TimeOfFile() > seal && seal == state_->load();
+}
+
+bool FileSeal::IsViolated() noexcept {
     if (!state_) return false;
     const uint64_t state = state_->load();
-    return IsSeal(state) && TimeOfFile() > state && state == state_->load();
+    const uint64_t before = state_before_.exchange(state);
+    return IsSeal(state) ? IsChangedAfter(state) : state == before;
 }
 
 // The one before may have given LMDB's lock away and not sealed the file yet. One of this number has not come
@@ -90,7 +95,14 @@ bool FileSeal::IsViolatedBefore(uint64_t number) noexcept {
     if (!state_) return false;
     const uint64_t state = state_->load();
     if (!IsSeal(state)) return state != BrokenFor(number - 1);
-    return before_commit_.IsTime() && IsViolated();
+    if (!before_commit_.IsTime() || !IsChangedAfter(state)) return false;
+    // Until the file is sealed anew each writer is to know.
+    before_commit_.AskAgain();
+    return true;
+}
+
+void FileSeal::Doubt() noexcept {
+    if (state_) state_->store(0);
 }
 
 FileSeal::Look FileSeal::BeginLook() const noexcept {

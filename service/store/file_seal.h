@@ -34,11 +34,15 @@ class FileSeal {
     // not for long: false when it does not end.
     bool Holds() const noexcept;
 
-    // Whether the file was changed after it was sealed, as far as that can be told at once.
-    bool IsViolated() const noexcept;
+    // Whether the file was changed after it was sealed, as far as that can be told at once. A commit that is
+    // under way when this is asked, and the next time still, is taken for that of a killed process.
+    bool IsViolated() noexcept;
 
     // The same, asked by the writer of transaction `number` within LMDB's lock.
     bool IsViolatedBefore(uint64_t number) noexcept;
+
+    // Has the file count as changed until it was looked through.
+    void Doubt() noexcept;
 
     // Around looking the file through: it is sealed if nobody changed it meanwhile.
     struct Look {
@@ -69,17 +73,20 @@ class FileSeal {
     class Rarely {
      public:
         bool IsTime() noexcept;
+        void AskAgain() noexcept { next_.store(0, std::memory_order_relaxed); }
 
      private:
         std::atomic<int64_t> next_{0};
     };
 
     uint64_t TimeOfFile() const noexcept;
+    bool IsChangedAfter(uint64_t seal) const noexcept;
 
     std::atomic<uint64_t>* boot_of_seal_ = nullptr;
     std::atomic<uint64_t>* state_ = nullptr;
     int fd_ = -1;
     uint64_t boot_ = 0;
+    std::atomic<uint64_t> state_before_{0};
     Rarely before_commit_;
     Rarely after_commit_;
 };

@@ -115,11 +115,12 @@ Status LmdbEnvironment::CheckInPlace() const {
 Status LmdbEnvironment::CheckInPlaceNowAndThen() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    if (now.tv_sec < next_check_.load(std::memory_order_relaxed)) return {};
-    SERVICE_RETURN_IF_ERROR(CheckInPlace());
-    if (seal_.IsViolated()) SERVICE_RETURN_IF_ERROR(LookThrough());
-    next_check_.store(now.tv_sec + 1, std::memory_order_relaxed);
-    return {};
+    time_t due = next_check_.load(std::memory_order_relaxed);
+    if (now.tv_sec < due || !next_check_.compare_exchange_strong(due, now.tv_sec + 1)) return {};
+    Status fault = CheckInPlace();
+    if (fault.ok() && seal_.IsViolated()) fault = LookThrough();
+    if (!fault.ok()) next_check_.store(0);
+    return fault;
 }
 
 Result<std::shared_ptr<LmdbEnvironment>> LmdbEnvironment::Open(const std::string& directory,
@@ -386,13 +387,14 @@ Status LmdbEnvironment::CheckFormat(MDB_txn* txn) {
                                       ": use the version that wrote it"};
 }
 
-Status LmdbEnvironment::StatusOf(int code, const std::string& what) const {
+Status LmdbEnvironment::StatusOf(int code, const std::string& what) {
     switch (code) {
         case MDB_CORRUPTED:
         case MDB_PAGE_NOTFOUND:
         case MDB_INVALID:
         case MDB_VERSION_MISMATCH:
         case MDB_PANIC:
+            seal_.Doubt();
             return {WBEM_E_CRITICAL_ERROR,
                     what + ": " + mdb_strerror(code) + ". The data file " + directory_ +
                         "/data.mdb is damaged or is no store; restore it from a backup"};
@@ -410,7 +412,8 @@ Status LmdbEnvironment::StatusOf(int code, const std::string& what) const {
     }
 }
 
-Status LmdbEnvironment::StatusOf(const LmdbAssertion& assertion) const {
+Status LmdbEnvironment::StatusOf(const LmdbAssertion& assertion) {
+    seal_.Doubt();
     return Damaged("LMDB found that \"" + assertion.text + "\" does not hold");
 }
 

@@ -33,7 +33,6 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -118,9 +117,10 @@ class LmdbEnvironment {
     Status CopyTo(const std::string& directory);
     Status Figures(StoreFigures& figures);
 
-    // The status of LMDB's or the system's error `code`, met while doing `what`.
-    Status StatusOf(int code, const std::string& what) const;
-    Status StatusOf(const LmdbAssertion& assertion) const;
+    // The status of LMDB's or the system's error `code`, met while doing `what`. Where it tells of damage the
+    // file is looked through before it is used again.
+    Status StatusOf(int code, const std::string& what);
+    Status StatusOf(const LmdbAssertion& assertion);
     Status Damaged(const std::string& what) const;
 
  private:
@@ -241,15 +241,14 @@ class WriteTransaction {
     MDB_txn* get() const noexcept { return txn_; }
 
  private:
+    Status CheckSeal();
     void Note(uint8_t operation, MDB_dbi table, const MDB_val& key, const MDB_val& value);
 
     LmdbEnvironment& environment_;
     ThreadInside inside_;
     MDB_txn* txn_ = nullptr;
-    size_t operations_ = 0;
     std::string redo_;  // the operations so far, as long as they fit the slot
     bool fits_redo_ = true;
-    std::optional<FileSeal::Writing> writing_;
 };
 
 }  // namespace service

@@ -7,10 +7,6 @@
 namespace service {
 namespace {
 
-// LMDB keeps 131,072 changed pages in memory before it begins to write some into the file; an operation
-// changes a few.
-constexpr size_t kOperationsWithoutSpill = 32'768;
-
 // The innermost of the transactions that this thread runs.
 thread_local const ThreadInside* t_inside = nullptr;
 
@@ -71,7 +67,7 @@ Status WriteTransaction::Begin() {
         return environment_.StatusOf(code, "the store " + environment_.directory() + " cannot be written to");
     }
     inside_.Enter(environment_, true);
-    return {};
+    return CheckSeal();
 }
 
 int WriteTransaction::Put(MDB_dbi table, MDB_val key, MDB_val value, unsigned flags) {
@@ -89,9 +85,6 @@ int WriteTransaction::Delete(MDB_dbi table, MDB_val key) {
 void WriteTransaction::Note(uint8_t operation, MDB_dbi table, const MDB_val& key, const MDB_val& value) {
     if (fits_redo_) fits_redo_ = AppendOperation(environment_.tables_, operation, table, key, value, redo_);
     if (!fits_redo_) redo_.clear();
-    if (++operations_ != kOperationsWithoutSpill || environment_.seal_.IsViolatedBefore(mdb_txn_id(txn_)))
-        return;
-    writing_.emplace(environment_.seal_, mdb_txn_id(txn_));
 }
 
 // A commit that does not fit the slots needs LMDB's second flush, which the environment leaves out. Its slot
@@ -99,14 +92,18 @@ void WriteTransaction::Note(uint8_t operation, MDB_dbi table, const MDB_val& key
 int WriteTransaction::Commit() {
     if (fits_redo_ && redo_.empty()) return 0;
     const uint64_t number = mdb_txn_id(txn_);
-    if (!writing_) writing_.emplace(environment_.seal_, number);
-    const bool is_written = environment_.redo_.Write(number, redo_);
-    const bool is_redoable = is_written && fits_redo_;
-    MDB_txn* txn = std::exchange(txn_, nullptr);
-    int code = mdb_txn_commit(txn);
-    if (code != 0 && is_written) environment_.ForgetRedo(number);
+    bool is_redoable = false;
+    int code = 0;
+    {
+        const FileSeal::Writing writing(environment_.seal_, number);
+        const bool is_written = environment_.redo_.Write(number, redo_);
+        is_redoable = is_written && fits_redo_;
+        // Not LMDB's any more only when it returns: an assertion of it is thrown past here.
+        code = mdb_txn_commit(txn_);
+        txn_ = nullptr;
+        if (code != 0 && is_written) environment_.ForgetRedo(number);
+    }
     if (code == 0 && !is_redoable) code = mdb_env_sync(environment_.env_, 1);
-    writing_.reset();
     environment_.LeaveTransaction();
     inside_.Leave();
     return code;
@@ -114,8 +111,11 @@ int WriteTransaction::Commit() {
 
 Status WriteTransaction::Check() {
     SERVICE_RETURN_IF_ERROR(environment_.CheckInPlace());
-    const bool is_violated = !writing_ && environment_.seal_.IsViolatedBefore(mdb_txn_id(txn_));
-    return is_violated ? environment_.LookThrough() : Status();
+    return CheckSeal();
+}
+
+Status WriteTransaction::CheckSeal() {
+    return environment_.seal_.IsViolatedBefore(mdb_txn_id(txn_)) ? environment_.LookThrough() : Status();
 }
 
 WriteTransaction::~WriteTransaction() {

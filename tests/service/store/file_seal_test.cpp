@@ -95,6 +95,8 @@ TEST_F(FileSealTest, AKilledWriterLeavesItBroken) {
     Commit(1);
     BeginAndDie(2);
     EXPECT_FALSE(seal.Holds());
+    EXPECT_FALSE(seal.IsViolated()) << "it may be alive";
+    EXPECT_TRUE(seal.IsViolated()) << "it would have come to an end by now";
     EXPECT_TRUE(seal.IsViolatedBefore(2)) << "its transaction never was";
     EXPECT_FALSE(seal.IsViolatedBefore(3)) << "it died between its commit and the seal";
     LookThrough();

@@ -462,6 +462,7 @@ TEST_F(DamagedFileTest, AByteFlippedUnderAProcessIsNeitherReadNorBuiltOn) {
                       return Status();
                   });
                   if (!is_refused(fault)) return 1;
+                  if (!is_refused(TryPut(*store, "never", "r"))) return 1;
                   // Readers look once a second.
                   std::this_thread::sleep_for(std::chrono::milliseconds(1'100));
                   if (!is_refused(store->Read([](StoreReader&) { return Status(); }))) return 2;
