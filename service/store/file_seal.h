@@ -4,12 +4,17 @@
 //   if (!seal.Holds()) ...                         // at opening: look the file through
 //   const FileSeal::Writing writing(seal, number); // around a commit, within LMDB's lock until it commits
 //
-// The seal is the time of the file's last change (st_ctime, which nobody can set), kept where all processes
-// of the store see it. Before a writer's first byte it is broken, that is replaced by the number of the
-// transaction; afterwards the file is sealed anew with the time it has then. So a file whose time is another
-// than that of its seal was changed by someone else, or by a writer that was killed at it. What the clock of
-// the file system cannot tell apart, a change within the same tick, and a disk that returns other bytes than
-// it was given are not seen.
+// The seal is a time, kept where all processes of the store see it. Before a writer's first byte it is
+// broken, that is replaced by the number of the transaction; afterwards the file is sealed anew with the time
+// it is then. So a file that was changed later than its seal says (st_ctime, which nobody can set) was
+// changed by someone else, or by a writer that was killed at it. Not seen are a disk that returns other bytes
+// than it was given, and a change in the same hundredth of a second as one of the store's own. LMDB writes
+// some pages of a transaction that changes more than 131,072 of them before it commits, and these count as
+// somebody else's.
+//
+// Asking for the file's time is not free: Linux gives a file that was asked for it a time of its own with the
+// next write (multigrain timestamps, 6.13), and where the file system has no journal each flush then writes
+// the inode too, which makes a commit slower by a quarter. So writers ask a hundred times a second at most.
 //
 // Without the file of the signal there is no seal: it never holds at an opening, and nobody else asks.
 //

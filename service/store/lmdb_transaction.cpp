@@ -98,9 +98,13 @@ int WriteTransaction::Commit() {
         const FileSeal::Writing writing(environment_.seal_, number);
         const bool is_written = environment_.redo_.Write(number, redo_);
         is_redoable = is_written && fits_redo_;
-        // Not LMDB's any more only when it returns: an assertion of it is thrown past here.
-        code = mdb_txn_commit(txn_);
-        txn_ = nullptr;
+        try {
+            code = mdb_txn_commit(txn_);
+            txn_ = nullptr;
+        } catch (const LmdbAssertion&) {
+            if (is_written) environment_.redo_.Write(number, {});
+            throw;
+        }
         if (code != 0 && is_written) environment_.ForgetRedo(number);
     }
     if (code == 0 && !is_redoable) code = mdb_env_sync(environment_.env_, 1);
