@@ -5,8 +5,10 @@
 #include <fstream>
 #include <thread>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/tools/tool_runner.h"
 
@@ -128,10 +130,18 @@ class SlowImport : public ToolTest {
     void DuringOne(std::chrono::milliseconds length, Import import) const {
         const std::string path = (Folder() / "slow.mof").string();
         EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
-        const std::jthread writer([&] {
-            std::ofstream file(path);
+        // Without a reader it ends with the import.
+        const std::jthread writer([&](const std::stop_token& stop) {
+            int file = -1;
+            while (file < 0 && !stop.stop_requested()) {
+                std::this_thread::sleep_for(1ms);
+                file = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+            }
+            if (file < 0) return;
             std::this_thread::sleep_for(length);
-            file << SCHEMA;
+            const std::string text = SCHEMA;
+            EXPECT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+            close(file);
         });
         import(path);
     }
